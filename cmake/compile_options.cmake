@@ -1,0 +1,20 @@
+# The compiler and linker options that every extension module of this project shares.
+add_library(compile_options INTERFACE)
+
+if(MSVC)
+  target_compile_options(compile_options INTERFACE /W4 /utf-8 /EHsc)
+else()
+  target_compile_options(compile_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    -ffunction-sections -fdata-sections
+    # The same bytes wherever the checkout lies.
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
+  target_link_options(compile_options INTERFACE
+    LINKER:--gc-sections LINKER:--exclude-libs,ALL $<$<CONFIG:Release>:-s>)
+endif()
+
+if(SABLECREST_SANITIZE)
+  set(sanitizer_options -fsanitize=address,undefined -fno-sanitize-recover=undefined)
+  target_compile_options(compile_options INTERFACE ${sanitizer_options} -fno-omit-frame-pointer)
+  target_link_options(compile_options INTERFACE ${sanitizer_options})
+endif()

@@ -1,0 +1,16 @@
+# Lays the stand-in package and the module together in <build>/package, ready for PYTHONPATH.
+set(package_folder ${PROJECT_BINARY_DIR}/package)
+
+set_target_properties(agent_onboarding PROPERTIES
+  LIBRARY_OUTPUT_DIRECTORY ${package_folder}/sablecrest)
+
+# configure_file makes each source a dependency of the build, so an edited file is copied again.
+file(GLOB_RECURSE stand_ins RELATIVE ${PROJECT_SOURCE_DIR}/package_interfaces CONFIGURE_DEPENDS
+  package_interfaces/*.py)
+foreach(stand_in IN LISTS stand_ins)
+  configure_file(package_interfaces/${stand_in} ${package_folder}/${stand_in} COPYONLY)
+endforeach()
+foreach(typing_file IN LISTS typing_files)
+  get_filename_component(name ${typing_file} NAME)
+  configure_file(${typing_file} ${package_folder}/sablecrest/${name} COPYONLY)
+endforeach()
