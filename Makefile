@@ -1,9 +1,47 @@
-# Each command sets up what it needs; run `make` for the list.
+# Each command sets up and builds what it needs, for each CPython it finds of 3.12 and 3.13.
+
+bin = .venv/cp313/bin
+on_path = PYTHONPATH="$(CURDIR)/build/cp313/package:$(CURDIR)"
+cpp_files = git ls-files -z --cached --others --exclude-standard '*.cpp' '*.hpp'
 
 help:  ## list the commands
-	@sed -n 's/^\([a-z-]*\):.*## /  make \1\t/p' $(MAKEFILE_LIST) | expand -t 20
+	@sed -n 's/^\([a-z-]*\):.*## /  make \1\t/p' $(MAKEFILE_LIST) | expand -t 22
+
+demo:  ## walk through the module's work against a local service
+	tools/build
+	$(on_path) $(bin)/python demo/walk.py
+
+test:  ## run the tests
+	tools/test
+
+sanitize:  ## run the tests under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
+	tools/test sanitize
+
+stress:  ## run the long tests
+	tools/build
+	$(on_path) $(bin)/python -X dev -W error -m pytest stress
+
+bench:  ## compare the speed with plain Python
+	tools/build
+	$(on_path) $(bin)/python benchmarks/benchmark.py
+
+format:  ## format all sources
+	tools/setup
+	$(cpp_files) | xargs -0 $(bin)/clang-format -i
+	$(bin)/ruff check --fix
+	$(bin)/ruff format
+
+format-check:  ## fail if a source is not formatted
+	tools/setup
+	$(cpp_files) | xargs -0 $(bin)/clang-format --dry-run --Werror
+	$(bin)/ruff check
+	$(bin)/ruff format --check
+
+lint:  ## run clang-tidy
+	tools/build
+	$(bin)/run-clang-tidy.py -quiet -p build/cp313 -clang-tidy-binary $(bin)/clang-tidy
 
 clean:  ## remove everything that was set up and built
 	rm -rf build .venv dist
 
-.PHONY: help clean
+.PHONY: help demo test sanitize stress bench format format-check lint clean

@@ -6,7 +6,8 @@ set_target_properties(agent_onboarding PROPERTIES
 
 # configure_file makes each source a dependency of the build, so an edited file is copied again.
 file(GLOB_RECURSE stand_ins RELATIVE ${PROJECT_SOURCE_DIR}/package_interfaces CONFIGURE_DEPENDS
-  package_interfaces/*.py)
+  package_interfaces/*)
+list(FILTER stand_ins EXCLUDE REGEX __pycache__)
 foreach(stand_in IN LISTS stand_ins)
   configure_file(package_interfaces/${stand_in} ${package_folder}/${stand_in} COPYONLY)
 endforeach()
