@@ -120,7 +120,8 @@ class AuthManager:
         self._registration_acknowledged = True
 
     def _sign(self, challenge: str) -> str:
-        return self._signing_key.sign(challenge.encode()).hex()
+        # The prefix keeps a signature from meaning anything outside this protocol.
+        return self._signing_key.sign(b"sablecrest challenge " + challenge.encode()).hex()
 
     def _post(self, path: str, body: dict, refusal: type[AuthError]) -> dict:
         """The service's answer; `refusal` when it says no (4xx), AuthError for any other unusable answer."""

@@ -1,0 +1,4 @@
+"""The simulator: the backtester and the batch helpers of a search."""
+
+#: What the backtester reads prices from; it binds the vault when it is imported, so the vault is set before that.
+vault = None
