@@ -99,7 +99,7 @@ class LocalService:
 
     def token(self, request: dict) -> tuple[int, dict]:
         """A bearer token for the wallet whose signature of its challenge is right."""
-        challenge, address = request.get("challenge"), request.get("address")
+        challenge, address = request.get("challenge", ""), request.get("address", "")
         if self._challenges.pop(challenge, None) != address or address not in self.wallets:
             raise Refusal(401, "unknown challenge")
         try:

@@ -1,8 +1,8 @@
 """The search runtime: the classes that it consists of and the factories that build them from a data directory.
 
-Besides manifest.json and the runtime modules that it lists, a data directory holds signals_index.json and, for each named
-universe, features/UNIVERSE/vocabulary.json and features/UNIVERSE/EPOCH/FEATURE.csv with one number a line. "close" is
-the feature that is traded. The era's compiled `era_data` module offers `read_series(path) -> list[float]`.
+Besides manifest.json and the runtime modules that it lists, a data directory holds signals_index.json and, for each
+named universe, features/UNIVERSE/vocabulary.json and features/UNIVERSE/EPOCH/FEATURE.csv with one number a line.
+"close" is the feature that is traded. The era's compiled `era_data` module offers `read_series(path) -> list[float]`.
 """
 
 import hashlib
@@ -116,7 +116,7 @@ def _initialize_vault_for_backtester_import(vault: _SyncedVault, *, data_dir: st
     simulator_engine.vault = vault
 
 
-def _import_batch_runtime() -> tuple[type, Callable, type, Callable]:
+def _import_batch_runtime() -> tuple[type, Callable, Any, Callable]:
     """The batch orchestrator class, the search plan, the expression class and the expression evaluator."""
     from sablecrest.simulator_engine import batch
 

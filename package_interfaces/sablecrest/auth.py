@@ -13,6 +13,7 @@ import sys
 import urllib.error
 import urllib.parse
 import urllib.request
+from typing import Any
 
 _TIMEOUT_SECONDS = 15
 
@@ -53,7 +54,7 @@ def _set_active_auth_manager(am: "AuthManager") -> None:
     """Make `am` the process-wide manager; a runtime that was built for another one is no longer handed out."""
     global _active_auth_manager
     _active_auth_manager = am
-    runtime_module = sys.modules.get("sablecrest._runtime")
+    runtime_module: Any = sys.modules.get("sablecrest._runtime")
     if runtime_module is not None:
         runtime_module._library_runtime = None
 

@@ -12,7 +12,7 @@ def load_vocabulary(path: str | os.PathLike) -> dict:
     """
     with open(path, "rb") as file:
         content = json.load(file)
-    vocabulary = {"named_universe": os.path.basename(os.path.dirname(os.path.abspath(path)))}
+    vocabulary: dict = {"named_universe": os.path.basename(os.path.dirname(os.path.abspath(path)))}
     for key in ("features", "functions"):
         names = content.get(key) if isinstance(content, dict) else None
         if not isinstance(names, list) or not all(isinstance(name, str) for name in names):
