@@ -1,0 +1,34 @@
+/// \file The one place that knows which interpreter it is compiled for.
+///
+/// "Missing is a value, error is an exception": CPython 3.13 has calls that tell the two apart, for 3.12 they are
+/// spelled out here with the documented calls of that version.
+#pragma once
+
+#include <Python.h>
+
+namespace py::compat {
+
+/// 1 and a new reference, 0 and null when missing, -1 with an exception set.
+inline int find_item(PyObject* dict, PyObject* key, PyObject** value) noexcept {
+#if PY_VERSION_HEX >= 0x030D0000
+    return PyDict_GetItemRef(dict, key, value);
+#else
+    *value = Py_XNewRef(PyDict_GetItemWithError(dict, key));
+    return *value != nullptr ? 1 : PyErr_Occurred() != nullptr ? -1 : 0;
+#endif
+}
+
+/// 1 and a new reference, 0 and null when missing, -1 with an exception set.
+inline int find_attribute(PyObject* object, PyObject* name, PyObject** value) noexcept {
+#if PY_VERSION_HEX >= 0x030D0000
+    return PyObject_GetOptionalAttr(object, name, value);
+#else
+    *value = PyObject_GetAttr(object, name);
+    if (*value != nullptr) return 1;
+    if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) return -1;
+    PyErr_Clear();
+    return 0;
+#endif
+}
+
+}  // namespace py::compat

@@ -1,0 +1,85 @@
+/// \file Raising, handling and translating exceptions.
+#include "python/error.hpp"
+
+#include <exception>
+#include <new>
+
+namespace py {
+
+void throw_pending() {
+    PyObject* exception = PyErr_GetRaisedException();
+    if (exception == nullptr) {
+        PyErr_SetString(PyExc_SystemError, "a call failed without setting an exception");
+        exception = PyErr_GetRaisedException();
+    }
+    throw Error{Object::steal(exception)};
+}
+
+Object Error::traceback() const {
+    PyObject* traceback = PyException_GetTraceback(exception_.ptr());
+    return traceback != nullptr ? Object::steal(traceback) : none();
+}
+
+// The handled exceptions form a stack of which every frame and generator owns an entry. Saving and restoring the top
+// through PyErr_SetHandledException would leave our caller's exception in a generator's entry, so, like a generator,
+// we push an entry of our own. It owns a reference: whoever replaces its value drops the old one.
+Handling::Handling(const Error& error) noexcept
+    : exception_(error.value()), thread_(PyThreadState_Get()), entry_{Py_NewRef(exception_.ptr()), thread_->exc_info} {
+    thread_->exc_info = &entry_;
+}
+
+Handling::~Handling() {
+    thread_->exc_info = entry_.previous_item;
+    Py_XDECREF(entry_.exc_value);
+}
+
+bool Handling::caught(PyObject* type) const noexcept {
+    return PyErr_GivenExceptionMatches(exception_.ptr(), type) != 0;
+}
+
+bool Handling::caught(const Object& type) const {
+    if (PyExceptionClass_Check(type.ptr()) == 0)
+        raise(PyExc_TypeError, "catching classes that do not inherit from BaseException is not allowed"_s);
+    return caught(type.ptr());
+}
+
+namespace {
+
+Object exception_instance(const Object& exception) {
+    if (PyExceptionInstance_Check(exception.ptr())) return exception;
+    if (PyExceptionClass_Check(exception.ptr())) {
+        Object instance = exception();
+        if (PyExceptionInstance_Check(instance.ptr())) return instance;
+    }
+    raise(PyExc_TypeError, "exceptions must derive from BaseException"_s);
+}
+
+}  // namespace
+
+void raise(const Object& exception) {
+    const Object instance = exception_instance(exception);
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(instance.ptr())), instance.ptr());
+    throw_pending();
+}
+
+void raise_from(const Object& exception, const Object& cause) {
+    const Object instance = exception_instance(exception);
+    PyException_SetCause(instance.ptr(), Object{cause}.release());
+    raise(instance);
+}
+
+void translate_exception() noexcept {
+    try {
+        throw;
+    } catch (const Error& error) {
+        error.restore();
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+    } catch (const std::exception& error) {
+        PyErr_SetString(PyExc_SystemError, error.what());
+    } catch (...) {
+        PyErr_SetString(PyExc_SystemError, "unknown C++ exception");
+    }
+}
+
+}  // namespace py

@@ -1,0 +1,59 @@
+/// \file Python exceptions as C++ exceptions, and what Python's `except` and `raise` do with them.
+#pragma once
+
+#include "python/call.hpp"
+
+namespace py {
+
+/// Owns a Python exception on its way through C++, so that destructors run with no exception set.
+class Error {
+public:
+    explicit Error(Object exception) noexcept : exception_(std::move(exception)) {}
+
+    [[nodiscard]] const Object& value() const noexcept { return exception_; }
+
+    [[nodiscard]] Object traceback() const;
+
+    /// Hands the exception back to the interpreter.
+    void restore() const noexcept { PyErr_SetRaisedException(Py_NewRef(exception_.ptr())); }
+
+private:
+    Object exception_;
+};
+
+/// Opened first in every handler: until its end the exception is the one being handled, as in an `except` block. New
+/// exceptions get it as their context, `sys.exception()` returns it, and no trace of it stays behind.
+class Handling {
+public:
+    explicit Handling(const Error& error) noexcept;
+    ~Handling();
+    Handling(const Handling&) = delete;
+    Handling& operator=(const Handling&) = delete;
+
+    [[nodiscard]] const Object& value() const noexcept { return exception_; }
+
+    /// Whether `except type:` would take it.
+    [[nodiscard]] bool caught(PyObject* type) const noexcept;
+    [[nodiscard]] bool caught(const Object& type) const;
+
+private:
+    Object exception_;
+    PyThreadState* thread_;
+    _PyErr_StackItem entry_;
+};
+
+/// `raise exception`, an instance or a class.
+[[noreturn]] void raise(const Object& exception);
+/// `raise exception from cause`
+[[noreturn]] void raise_from(const Object& exception, const Object& cause);
+
+/// `raise Class(…)` for a class of the interpreter.
+template <typename... Arguments>
+[[noreturn]] void raise(PyObject* type, const Arguments&... arguments) {
+    raise(call(type, arguments...));
+}
+
+/// Sets the Python exception for whatever C++ exception is in flight; for the handlers at the border to C.
+void translate_exception() noexcept;
+
+}  // namespace py

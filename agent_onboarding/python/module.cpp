@@ -1,0 +1,67 @@
+/// \file Names of the module, of the interpreter, and of other modules.
+#include "python/module.hpp"
+
+namespace py {
+
+bool ModuleState::fill(PyObject* module) noexcept {
+    auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
+    state->globals = PyModule_GetDict(module);
+    return Slot::intern_all(state->names());
+}
+
+void ModuleState::release(void* module) noexcept {
+    auto* state = static_cast<ModuleState*>(PyModule_GetState(static_cast<PyObject*>(module)));
+    if (state != nullptr) Slot::release_all(state->names());
+}
+
+Object Module::look_up(PyObject* name) const {
+    PyObject* value = nullptr;
+    if (check(compat::find_item(state_->globals, name, &value)) == 0) {
+        PyErr_Format(PyExc_NameError, "name '%U' is not defined", name);
+        throw_pending();
+    }
+    return Object::steal(value);
+}
+
+Object builtin(const Object& name) {
+    const Object builtins = Object::steal(PyImport_GetModule("builtins"_s.ptr()));
+    return Object::steal(PyObject_GetAttr(builtins.ptr(), name.ptr()));
+}
+
+Object import_module(Module m, const Object& name, const Object& from_list) {
+    return builtin("__import__"_s)(name, m.globals(), none(), from_list, 0);
+}
+
+namespace {
+
+/// A submodule whose import is under way is registered before it is an attribute of its package.
+std::optional<Object> registered_submodule(const Object& package, const Object& name) {
+    const Object full_name = text<"{}.{}">(package.get<"__name__">(), name);
+    PyObject* module = PyImport_GetModule(full_name.ptr());
+    if (module != nullptr) return Object::steal(module);
+    if (PyErr_Occurred() != nullptr) throw_pending();
+    return std::nullopt;
+}
+
+[[noreturn]] void refuse_import(const Object& package, const Object& name) {
+    const Object path = get_or_none<"__file__">(package);
+    const Object package_name = package.get<"__name__">();
+    const Object place = path.is_none() ? "unknown location"_s : path;
+    const Object message = text<"cannot import name {} from {} ({})">(repr(name), repr(package_name), place);
+    raise(call(PyExc_ImportError, message, kw<"name">(package_name), kw<"path">(path), kw<"name_from">(name)));
+}
+
+}  // namespace
+
+Object imported_name(const Object& package, const Object& name) {
+    PyObject* found = nullptr;
+    if (check(compat::find_attribute(package.ptr(), name.ptr(), &found)) != 0) return Object::steal(found);
+    if (std::optional<Object> submodule = registered_submodule(package, name)) return *std::move(submodule);
+    refuse_import(package, name);
+}
+
+Object import_from(Module m, const Object& package, const Object& name) {
+    return imported_name(import_module(m, package, tuple(name)), name);
+}
+
+}  // namespace py

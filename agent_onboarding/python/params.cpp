@@ -1,0 +1,66 @@
+/// \file The argument binder and its TypeErrors.
+#include "python/params.hpp"
+
+namespace py {
+
+namespace {
+
+[[noreturn]] void refuse_count(const Binding& binding, std::size_t given) {
+    const std::size_t bound = given < binding.required ? binding.required : binding.positional;
+    const char* word = binding.required == binding.positional ? "exactly" : given < bound ? "at least" : "at most";
+    PyErr_Format(PyExc_TypeError, "%s() takes %s %zu positional argument%s (%zu given)", binding.name, word, bound,
+                 bound == 1 ? "" : "s", given);
+    throw_pending();
+}
+
+[[noreturn]] void refuse_keyword(const char* format, const Binding& binding, PyObject* name) {
+    PyErr_Format(PyExc_TypeError, format, binding.name, name);
+    throw_pending();
+}
+
+bool same_name(PyObject* left, PyObject* right) {
+    const int order = PyUnicode_Compare(left, right);
+    if (order == -1 && PyErr_Occurred() != nullptr) throw_pending();
+    return order == 0;
+}
+
+void bind_keyword(const Binding& binding, PyObject* name, PyObject* value, PyObject** bound) {
+    const std::size_t index = parameter_index(binding, name);
+    if (index == binding.count) {
+        if (!binding.var_keywords) refuse_keyword("%s() got an unexpected keyword argument '%U'", binding, name);
+    } else if (bound[index] != nullptr) {
+        refuse_keyword("%s() got multiple values for keyword argument '%U'", binding, name);
+    } else {
+        bound[index] = value;
+    }
+}
+
+}  // namespace
+
+std::size_t parameter_index(const Binding& binding, PyObject* name) {
+    for (std::size_t i = 0; i < binding.count; ++i)
+        if (names_in_use[binding.names[i]->index()] == name) return i;
+    for (std::size_t i = 0; i < binding.count; ++i)
+        if (same_name(names_in_use[binding.names[i]->index()], name)) return i;
+    return binding.count;
+}
+
+void bind(const Binding& binding, const Arguments& arguments, PyObject** bound) {
+    if (arguments.positional > binding.positional && !binding.var_positional)
+        refuse_count(binding, arguments.positional);
+
+    const std::size_t by_position = std::min(arguments.positional, binding.positional);
+    std::copy_n(arguments.values, by_position, bound);
+    std::fill(bound + by_position, bound + binding.count, nullptr);
+
+    if (arguments.keywords != nullptr) {
+        PyObject* const* values = arguments.values + arguments.positional;
+        for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(arguments.keywords); ++i)
+            bind_keyword(binding, PyTuple_GET_ITEM(arguments.keywords, i), values[i], bound);
+    }
+
+    if (std::find(bound, bound + binding.required, nullptr) != bound + binding.required)
+        refuse_count(binding, std::min(arguments.positional, binding.required - 1));
+}
+
+}  // namespace py

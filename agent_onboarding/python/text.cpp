@@ -1,0 +1,59 @@
+/// \file String operations with a short way for real strings.
+#include "python/text.hpp"
+
+namespace py {
+
+namespace {
+
+bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
+    return Py_UNICODE_ISSPACE(PyUnicode_READ_CHAR(string, index)) != 0;
+}
+
+/// Whether `part` stands in `string` at `offset`.
+bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexcept {
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(part);
+    if (offset < 0 || offset + size > PyUnicode_GET_LENGTH(string)) return false;
+    for (Py_ssize_t i = 0; i < size; ++i)
+        if (PyUnicode_READ_CHAR(string, offset + i) != PyUnicode_READ_CHAR(part, i)) return false;
+    return true;
+}
+
+}  // namespace
+
+Object detail::concatenated(PyObject* const* texts, std::size_t count) {
+    Py_ssize_t size = 0;
+    Py_UCS4 highest = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        size += PyUnicode_GET_LENGTH(texts[i]);
+        highest = std::max(highest, PyUnicode_MAX_CHAR_VALUE(texts[i]));
+    }
+    Object result = Object::steal(PyUnicode_New(size, highest));
+    Py_ssize_t end = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        end += check(PyUnicode_CopyCharacters(result.ptr(), end, texts[i], 0, PyUnicode_GET_LENGTH(texts[i])));
+    return result;
+}
+
+Object strip(const Object& object) {
+    PyObject* string = object.ptr();
+    if (PyUnicode_CheckExact(string)) {
+        const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
+        if (size == 0 || !(is_space_at(string, 0) || is_space_at(string, size - 1))) return object;
+    }
+    return object.call<"strip">();
+}
+
+bool starts_with(const Object& object, const Object& prefix) {
+    if (are_strings(object, prefix)) return stands_at(object.ptr(), prefix.ptr(), 0);
+    return truth(object.call<"startswith">(prefix));
+}
+
+bool ends_with(const Object& object, const Object& suffix) {
+    if (are_strings(object, suffix)) {
+        const Py_ssize_t offset = PyUnicode_GET_LENGTH(object.ptr()) - PyUnicode_GET_LENGTH(suffix.ptr());
+        return stands_at(object.ptr(), suffix.ptr(), offset);
+    }
+    return truth(object.call<"endswith">(suffix));
+}
+
+}  // namespace py

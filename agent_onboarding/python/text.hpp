@@ -1,0 +1,56 @@
+/// \file Texts: formatted messages and the string operations that algorithms name.
+#pragma once
+
+#include "python/error.hpp"
+
+namespace py {
+
+/// `str(x)`, `repr(x)`, `format(x)`
+inline Object str(const Object& object) { return Object::steal(PyObject_Str(object.ptr())); }
+inline Object repr(const Object& object) { return Object::steal(PyObject_Repr(object.ptr())); }
+inline Object format(const Object& object) { return Object::steal(PyObject_Format(object.ptr(), nullptr)); }
+
+namespace detail {
+
+/// Where the I-th "{}" stands in a template, or its end.
+template <Literal L, std::size_t I>
+inline constexpr std::size_t field = [] {
+    std::size_t at = L.view().find("{}");
+    for (std::size_t i = 0; i < I && at != std::string_view::npos; ++i) at = L.view().find("{}", at + 2);
+    return std::min(at, L.view().size());
+}();
+
+/// The text behind the I-th "{}", up to the next.
+template <Literal L, std::size_t I>
+inline constexpr auto text_behind = part<L, field<L, I> + 2, field<L, I + 1>>;
+
+/// The texts one after the other.
+Object concatenated(PyObject* const* texts, std::size_t count);
+
+}  // namespace detail
+
+/// The text with each "{}" replaced by `format(argument)`, as an f-string does.
+template <Literal L, std::same_as<Object>... Arguments>
+Object text(const Arguments&... arguments) {
+    const Object values[] = {format(arguments)...};
+    return [&]<std::size_t... I>(std::index_sequence<I...>) {
+        PyObject* texts[2 * sizeof...(I) + 1] = {interned<part<L, 0, detail::field<L, 0>>>()};
+        ((texts[2 * I + 1] = values[I].ptr(), texts[2 * I + 2] = interned<detail::text_behind<L, I>>()), ...);
+        return detail::concatenated(texts, std::size(texts));
+    }(std::index_sequence_for<Arguments...>{});
+}
+
+inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }
+
+/// `separator.join(strings)`
+inline Object join(const Object& separator, const Object& strings) {
+    return Object::steal(PyUnicode_Join(separator.ptr(), strings.ptr()));
+}
+
+/// `x.strip()`, `x.startswith(prefix)`, `x.endswith(suffix)`. The methods of `str` itself cannot be rebound, so a real
+/// `str` is asked directly.
+Object strip(const Object& object);
+bool starts_with(const Object& object, const Object& prefix);
+bool ends_with(const Object& object, const Object& suffix);
+
+}  // namespace py
