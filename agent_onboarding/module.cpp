@@ -1,0 +1,67 @@
+/// \file The entry point: multi-phase initialisation, once per interpreter.
+#include "parts.hpp"
+
+namespace agent_onboarding {
+
+namespace {
+
+using namespace py;
+
+constexpr const char* documentation = "Agent onboarding subcomponent -- register, login, configure, heartbeat.";
+
+/// The interpreter's own dictionary remembers that the module was initialised; only success counts.
+class OncePerInterpreter {
+public:
+    OncePerInterpreter() : remembered_(Object::borrow(PyInterpreterState_GetDict(PyInterpreterState_Get()))) {
+        if (contains(remembered_, "sablecrest.agent_onboarding"_s))
+            raise(PyExc_RuntimeError,
+                  "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."_s);
+    }
+    void remember() const { remembered_.set_item<"sablecrest.agent_onboarding">(true); }
+
+private:
+    Object remembered_;
+};
+
+int execute(PyObject* module) noexcept {
+    if (!ModuleState::fill(module)) return -1;
+    const Module m{module};
+    const UseNames names{m};
+    try {
+        const OncePerInterpreter once;
+        define_module_body(m);
+        once.remember();
+        return 0;
+    } catch (...) {
+        translate_exception();
+        return -1;
+    }
+}
+
+PyModuleDef_Slot slots[] = {
+    {Py_mod_exec, reinterpret_cast<void*>(&execute)},
+    {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED},
+    {0, nullptr},
+};
+
+PyModuleDef definition = {
+    .m_base = PyModuleDef_HEAD_INIT,
+    .m_name = "agent_onboarding",
+    .m_doc = documentation,
+    .m_size = 0,  // known once every slot is reserved
+    .m_methods = nullptr,
+    .m_slots = slots,
+    .m_traverse = nullptr,
+    .m_clear = nullptr,
+    .m_free = ModuleState::release,
+};
+
+}  // namespace
+
+}  // namespace agent_onboarding
+
+PyMODINIT_FUNC PyInit_agent_onboarding() {
+    using agent_onboarding::definition;
+    definition.m_size = py::ModuleState::size();
+    return PyModuleDef_Init(&definition);
+}

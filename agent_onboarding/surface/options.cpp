@@ -1,0 +1,189 @@
+/// \file The process-wide option store `_config`, and `configure`, which validates options and applies them.
+#include "parts.hpp"
+#include "surface/path_segment.hpp"
+
+namespace agent_onboarding {
+
+using namespace py;
+
+void define_option_store(Module m) {
+    const Object config = dict();
+    config.set_item<"auto_heartbeat">(true);
+    config.set_item<"data_dir">(m.get<"DATA_DIR">());
+    config.set_item<"server_url">(m.get<"DEFAULT_SERVER_URL">());
+    config.set_item<"signal_service_url">(none());
+    config.set_item<"invite_code">(none());
+    config.set_item<"sync_http_transport">("auto"_s);
+    config.set_item<"sync_http_chunk_bytes">(64 * 1024 * 1024);
+    config.set_item<"sync_max_concurrency">(8);
+    config.set_item<"named_universe">(""_s);
+    config.set_item<"market_id">(none());
+    config.set_item<"_settings_path">(none());
+    m.set<"_config">(config);
+}
+
+void define_option_types(Module m) {
+    const Object bool_ = Object::borrow(reinterpret_cast<PyObject*>(&PyBool_Type));
+    const Object str_ = Object::borrow(reinterpret_cast<PyObject*>(&PyUnicode_Type));
+    const Object int_ = Object::borrow(reinterpret_cast<PyObject*>(&PyLong_Type));
+    const Object float_ = Object::borrow(reinterpret_cast<PyObject*>(&PyFloat_Type));
+    const Object list_ = Object::borrow(reinterpret_cast<PyObject*>(&PyList_Type));
+
+    const Object types = dict();
+    types.set_item<"auto_heartbeat">(bool_);
+    types.set_item<"data_dir">(tuple(str_, m.get<"os.PathLike">()));
+    types.set_item<"server_url">(str_);
+    types.set_item<"signal_service_url">(str_);
+    types.set_item<"invite_code">(tuple(str_, type_of(none())));
+    types.set_item<"sync_http_transport">(str_);
+    types.set_item<"sync_http_chunk_bytes">(int_);
+    types.set_item<"sync_max_concurrency">(int_);
+    types.set_item<"named_universe">(str_);
+    types.set_item<"market_id">(int_);
+    types.set_item<"feature_budget_gb">(tuple(int_, float_));
+    types.set_item<"market">(str_);
+    types.set_item<"named_universes">(list_);
+    types.set_item<"algorithm">(str_);
+    types.set_item<"family">(str_);
+    types.set_item<"subfamily">(str_);
+    types.set_item<"rotation_frequency">(str_);
+    types.set_item<"rotation_seed">(int_);
+    m.set<"_VALID_OPTIONS">(types);
+
+    m.set<"_ROTATION_SETTING_OPTIONS">(
+        call(reinterpret_cast<PyObject*>(&PySet_Type),
+             tuple("feature_budget_gb"_s, "market"_s, "named_universes"_s, "algorithm"_s, "family"_s, "subfamily"_s,
+                   "rotation_frequency"_s, "rotation_seed"_s)));
+}
+
+namespace {
+
+Object expected_type_name(Module, const Object& expected_type) {
+    if (!expected_type.is_tuple()) return expected_type.get<"__name__">();
+    const Object names = list();
+    for (const Object& type : iterate(expected_type)) append(names, type.get<"__name__">());
+    return join(" or "_s, names);
+}
+
+[[noreturn]] void refuse_unknown_option(Module m, const Object& key) {
+    const Object names = join(", "_s, sorted(m.get<"_VALID_OPTIONS">()));
+    raise(PyExc_ValueError, text<"Unknown configuration option: '{}'. Valid options: {}">(key, names));
+}
+
+[[noreturn]] void refuse_type(Module m, const Object& key, const Object& expected, const Object& value) {
+    const Object expected_name = m.call<"_expected_type_name">(expected);
+    raise(PyExc_ValueError,
+          text<"Option '{}' expects {}, got {}.">(key, expected_name, type_of(value).get<"__name__">()));
+}
+
+Object checked_data_dir(Module m, const Object& value) {
+    Object path = m.call<"os.fspath">(value);
+    if (path == ""_s) raise(PyExc_ValueError, "data_dir cannot be empty."_s);
+    return path;
+}
+
+Object checked_named_universe(const Object& value) {
+    Object name = strip(value);
+    if (!truth(name)) raise(PyExc_ValueError, "named_universe cannot be empty."_s);
+    if (!is_safe_path_segment(name)) raise(PyExc_ValueError, "named_universe must be a single safe path segment."_s);
+    return name;
+}
+
+Object checked_market_id(const Object& value) {
+    if (compare(value, Py_LE, to_object(0))) raise(PyExc_ValueError, "market_id must be a positive integer."_s);
+    return value;
+}
+
+Object checked_option(Module m, const Object& key, const Object& value) {
+    if (!contains(m.get<"_VALID_OPTIONS">(), key)) refuse_unknown_option(m, key);
+
+    const Object expected = m.get<"_VALID_OPTIONS">().item(key);
+    if (!is_instance(value, expected)) refuse_type(m, key, expected, value);
+
+    if (key == "data_dir"_s) return checked_data_dir(m, value);
+    if (key == "server_url"_s) return m.call<"auth._validate_server_url">(value);
+    if (key == "named_universe"_s) return checked_named_universe(value);
+    if (key == "market_id"_s) return checked_market_id(value);
+    return value;
+}
+
+/// The updates that belong to the rotation settings; None where there are none, as in most calls.
+Object rotation_options(Module m, const Object& updates) {
+    Object rotation = none();
+    for_each_item(updates, [&](const Object& key, const Object& value) {
+        if (!contains(m.get<"_ROTATION_SETTING_OPTIONS">(), key)) return;
+        if (rotation.is_none()) rotation = dict();
+        rotation.set_item(key, value);
+    });
+    return rotation;
+}
+
+Object catalog_context(Module m) {
+    Object named_universe = m.get<"_config">().lookup<"named_universe">();
+    if (!truth(named_universe)) named_universe = "default"_s;
+    Object context = dict();
+    context.set_item<"current_market">("crypto"_s);
+    context.set_item<"market">("crypto"_s);
+    context.set_item<"current_universes">(list(named_universe));
+    context.set_item<"named_universes">(list(named_universe));
+    return context;
+}
+
+void write_rotation_settings(Module m, const Object& updates) {
+    const Object rotation_settings = import_from(m, "sablecrest"_s, "_rotation_settings"_s);
+    const Object data_dir = m.get<"_canonical_data_dir">()(m.call<"os.fspath">(m.get<"_config">().item<"data_dir">()));
+    m.call<"os.makedirs">(data_dir, kw<"exist_ok">(true));
+
+    Object current = dict();
+    const Object context = catalog_context(m);
+    if (truth(rotation_settings.call<"settings_path_for_data_dir">(data_dir).call<"exists">()))
+        current = rotation_settings.call<"load_rotation_settings">(data_dir, kw<"catalog_context">(context))
+                      .call<"model_dump">();
+    current.call<"update">(updates);
+
+    if (!contains(current, "market"_s)) current.set_item<"market">(context.item<"market">());
+    if (!contains(current, "named_universes"_s))
+        current.set_item<"named_universes">(list_of(context.item<"named_universes">()));
+    if (!contains(current, "rotation_seed"_s)) current.set_item<"rotation_seed">(0);
+    rotation_settings.call<"write_rotation_settings">(data_dir, current);
+}
+
+Object configure(Module m, const Keywords& options) {
+    const Object updates = dict();
+    options.for_each([&](const Object& key, const Object& value) {
+        const Object checked = checked_option(m, key, value);
+        updates.set_item(key, checked);
+        m.get<"_config">().set_item(key, checked);
+    });
+
+    const Object rotation = rotation_options(m, updates);
+    if (!rotation.is_none()) write_rotation_settings(m, rotation);
+    return none();
+}
+
+}  // namespace
+
+PyMethodDef functions::option_types[] = {def<"_expected_type_name(expected_type)", expected_type_name>(), {}};
+
+PyMethodDef functions::configuration[] = {
+    def<"configure(**kwargs)", configure,
+        "Set library configuration options.\n"
+        "\n"
+        "Options are checked and stored one by one, in call order: when one is refused, those before it are stored.\n"
+        "\n"
+        "auto_heartbeat (bool): register() extends HEARTBEAT.md.\n"
+        "data_dir (str or os.PathLike): directory of wallet.key and the runtime files; not empty.\n"
+        "server_url (str): base URL of the API server, checked by sablecrest.auth.\n"
+        "signal_service_url (str): base URL of the signal service; the server_url where it is empty.\n"
+        "invite_code (str or None): code that a new wallet is registered with.\n"
+        "sync_http_transport (str), sync_http_chunk_bytes (int, bytes), sync_max_concurrency (int): sync limits.\n"
+        "named_universe (str): data partition, one safe path segment; stored stripped.\n"
+        "market_id (int): positive number of the market.\n"
+        "feature_budget_gb (int or float, gigabytes), market, named_universes (list), algorithm, family, subfamily,\n"
+        "rotation_frequency (str), rotation_seed (int): also written to the data directory's rotation settings.\n"
+        "\n"
+        "Raises ValueError for an unknown option, a value of another type, or a value out of bounds; what checking a\n"
+        "server URL or writing the rotation settings raises passes through.">(),
+    {}};
+
+}  // namespace agent_onboarding

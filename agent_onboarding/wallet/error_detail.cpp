@@ -1,0 +1,37 @@
+/// \file One line about an exception and its explicit causes, for messages.
+#include "parts.hpp"
+
+namespace agent_onboarding {
+
+using namespace py;
+
+namespace {
+
+constexpr Py_ssize_t most_links = 4;
+
+Object describe(const Object& exception) {
+    const Object message = strip(str(exception));
+    Object part = type_of(exception).get<"__name__">();
+    if (truth(message)) part = text<"{}: {}">(part, message);
+    const Object diagnostic = get_or_none<"diagnostic_detail">(exception);
+    return truth(diagnostic) ? text<"{}; diagnostic: {}">(part, diagnostic) : part;
+}
+
+Object exception_chain_detail(Module, const Object& exc) {
+    const Object parts = list();
+    const Object visited = dict();  // by identity, so that a cycle of causes ends
+    Object current = exc;
+    while (!current.is_none() && size(parts) < most_links && !contains(visited, identity(current))) {
+        visited.set_item(identity(current), current);
+        const Object part = describe(current);
+        if (!contains(parts, part)) append(parts, part);
+        current = get_or_none<"__cause__">(current);
+    }
+    return join("; caused by "_s, parts);
+}
+
+}  // namespace
+
+PyMethodDef functions::error_detail[] = {def<"_exception_chain_detail(exc)", exception_chain_detail>(), {}};
+
+}  // namespace agent_onboarding

@@ -1,0 +1,75 @@
+/// \file The monitoring checklist in the workspace's `HEARTBEAT.md`.
+#include "parts.hpp"
+#include "workspace/text_file.hpp"
+
+namespace agent_onboarding {
+
+using namespace py;
+
+namespace {
+
+constexpr int directories_searched = 4;  // the start and up to three parents
+
+Object find_heartbeat(Module m, const Object& working_dir) {
+    Object directory = working_dir.is_none() ? m.call<"os.getcwd">() : working_dir;
+    for (int i = 0; i < directories_searched; ++i) {
+        Object candidate = m.call<"os.path.join">(directory, "HEARTBEAT.md"_s);
+        if (truth(m.call<"os.path.exists">(candidate))) return candidate;
+        Object parent = m.call<"os.path.dirname">(directory);
+        if (parent == directory) break;
+        directory = std::move(parent);
+    }
+    return none();
+}
+
+/// Runs the body; a failure is logged with the path and leaves nothing.
+template <typename Body>
+std::optional<Object> or_warn(Module m, const Object& message, const Object& path, Body body) {
+    try {
+        return body();
+    } catch (const Error& error) {
+        const Handling except{error};
+        if (!except.caught(PyExc_Exception)) throw;
+        m.call<"logger.warning">(message, path, except.value());
+        return std::nullopt;
+    }
+}
+
+Object with_section(Module m, const Object& content) {
+    Object extended = content;
+    if (truth(content) && !ends_with(content, "\n"_s)) extended = extended + "\n"_s;
+    return extended + ("\n"_s + m.get<"_HEARTBEAT_STATIC_SECTION">());
+}
+
+Object inject_heartbeat(Module m, const Object& working_dir) {
+    if (!truth(m.get<"_config">().lookup<"auto_heartbeat">(true))) return none();
+    const Object path = m.call<"_find_heartbeat">(working_dir);
+    if (path.is_none()) return none();
+
+    const std::optional<Object> content =
+        or_warn(m, "Failed to read HEARTBEAT.md at %s: %s"_s, path, [&] { return read_text(path); });
+    if (!content.has_value() || contains(*content, "## [SableCrest]"_s)) return none();
+
+    const Object extended = with_section(m, *content);
+    or_warn(m, "Failed to write HEARTBEAT.md at %s: %s"_s, path, [&] { return write_text(path, extended); });
+    return none();
+}
+
+}  // namespace
+
+PyMethodDef functions::heartbeat_search[] = {def<"_find_heartbeat(working_dir=None)", find_heartbeat,
+                                                 "Search for HEARTBEAT.md in cwd + up to 3 parent directories.\n"
+                                                 "\n"
+                                                 "Returns the path to HEARTBEAT.md if found, None otherwise.">(),
+                                             {}};
+
+PyMethodDef functions::heartbeat[] = {
+    def<"inject_heartbeat(working_dir=None)", inject_heartbeat,
+        "Called by register() and search_templates during search startup.\n"
+        "\n"
+        "Searches the current directory (or working_dir, str or os.PathLike) and up to three parents for HEARTBEAT.md\n"
+        "and appends the checklist section if it is not already present. Creates no file. Does nothing when the\n"
+        "auto_heartbeat option is off. A file that cannot be read or written is logged as a warning, not raised.">(),
+    {}};
+
+}  // namespace agent_onboarding

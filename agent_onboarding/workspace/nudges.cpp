@@ -1,0 +1,67 @@
+/// \file Milestone lines for `HEARTBEAT.md`, the fragment for `AGENTS.md`, and the texts of the workspace files.
+#include "parts.hpp"
+#include "workspace/text_file.hpp"
+#include "workspace/texts.hpp"
+
+namespace agent_onboarding {
+
+using namespace py;
+
+void define_workspace_texts(Module m) {
+    m.set<"_HEARTBEAT_STATIC_SECTION">(from_utf8(texts::heartbeat_section));
+
+    const Object nudges = dict();
+    nudges.set_item<"discovery_rate_declining">(from_utf8(texts::discovery_rate_declining));
+    nudges.set_item<"era_change">(from_utf8(texts::era_change));
+    nudges.set_item<"first_signal">(from_utf8(texts::first_signal));
+    nudges.set_item<"10_signals">(from_utf8(texts::ten_signals));
+    nudges.set_item<"strategy_unlock">(from_utf8(texts::strategy_unlock));
+    m.set<"_NUDGE_TEXTS">(nudges);
+
+    m.set<"_AGENTS_MD_FRAGMENT">(from_utf8(texts::agents_fragment));
+}
+
+namespace {
+
+void append_line_once(Module m, const Object& line) {
+    const Object path = m.call<"_find_heartbeat">();
+    if (path.is_none()) return;
+    Object content = read_text(path);
+    if (contains(content, line)) return;
+    if (!ends_with(content, "\n"_s)) content = content + "\n"_s;
+    write_text(path, content + (line + "\n"_s));
+}
+
+Object update_nudge(Module m, const Object& trigger, const Keywords&) {
+    if (!truth(m.get<"_config">().lookup<"auto_heartbeat">(true))) return none();
+    if (!contains(m.get<"_NUDGE_TEXTS">(), trigger)) return none();
+    const Object line = m.get<"_NUDGE_TEXTS">().item(trigger);
+    try {
+        append_line_once(m, line);
+    } catch (const Error& error) {
+        const Handling except{error};
+        if (!except.caught(PyExc_Exception)) throw;
+        m.call<"logger.warning">("update_nudge failed: %s"_s, except.value());
+    }
+    return none();
+}
+
+Object get_agents_md_fragment(Module m) { return m.get<"_AGENTS_MD_FRAGMENT">(); }
+
+}  // namespace
+
+PyMethodDef functions::nudges[] = {
+    def<"update_nudge(trigger, **context)", update_nudge,
+        "Called by search_templates when nudge trigger conditions are met.\n"
+        "\n"
+        "Appends the trigger's checklist line to HEARTBEAT.md, once. The triggers (str) are\n"
+        "discovery_rate_declining, era_change, first_signal, 10_signals and strategy_unlock; another is ignored, and\n"
+        "so is the context. Does nothing when the auto_heartbeat option is off or no HEARTBEAT.md is found in the\n"
+        "current directory and its three nearest parents. A failure is logged as a warning, not raised.">(),
+    def<"get_agents_md_fragment()", get_agents_md_fragment,
+        "Returns ready-made AGENTS.md fragment for Pinwheel workspace setup.\n"
+        "\n"
+        "Markdown (str), four lines that each end with a newline.">(),
+    {}};
+
+}  // namespace agent_onboarding
