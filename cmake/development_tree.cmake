@@ -15,3 +15,5 @@ foreach(typing_file IN LISTS typing_files)
   get_filename_component(name ${typing_file} NAME)
   configure_file(${typing_file} ${package_folder}/sablecrest/${name} COPYONLY)
 endforeach()
+
+add_subdirectory(runtime_modules)
