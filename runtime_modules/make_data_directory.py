@@ -1,7 +1,4 @@
-"""Writes the data directory of an era: its data files, compiled runtime modules, and the manifest that lists them.
-
-python -m runtime_modules.make_data_directory FOLDER --modules build/cp312/runtime_modules
-"""
+"""Writes the data directory of an era: its data files, compiled runtime modules, and the manifest that lists them."""
 
 import argparse
 import hashlib
