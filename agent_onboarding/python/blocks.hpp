@@ -1,9 +1,21 @@
-/// \file `finally` and `with` as functions: their clean-up may raise, and then has what it interrupts as context.
+/// \file `try`, `finally` and `with` as functions: a clean-up may raise, and then has what it interrupts as context.
 #pragma once
 
 #include "python/error.hpp"
 
 namespace py {
+
+/// `try: return body()`, `except type: pass`
+template <typename Body>
+std::optional<Object> suppress(PyObject* type, Body body) {
+    try {
+        return body();
+    } catch (const Error& error) {
+        const Handling except{error};
+        if (!except.caught(type)) throw;
+        return std::nullopt;
+    }
+}
 
 template <typename Body, typename Cleanup>
 auto try_finally(Body body, Cleanup cleanup) {

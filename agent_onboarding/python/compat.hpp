@@ -31,4 +31,10 @@ inline int find_attribute(PyObject* object, PyObject* name, PyObject** value) no
 #endif
 }
 
+/// Makes the module the one that methods of the class find. `PyType_FromModuleAndSpec` would do so itself, but only
+/// `type()` makes classes that are like any other in every respect, and it leaves this field empty.
+inline void set_module(PyObject* heap_type, PyObject* module) noexcept {
+    Py_XSETREF(reinterpret_cast<PyHeapTypeObject*>(heap_type)->ht_module, Py_NewRef(module));
+}
+
 }  // namespace py::compat

@@ -64,7 +64,7 @@ void raise(const Object& exception) {
 
 void raise_from(const Object& exception, const Object& cause) {
     const Object instance = exception_instance(exception);
-    PyException_SetCause(instance.ptr(), Object{cause}.release());
+    PyException_SetCause(instance.ptr(), cause.is_none() ? nullptr : Object{cause}.release());
     raise(instance);
 }
 

@@ -42,9 +42,9 @@ Object argument(PyObject* bound) {
         return to_object(parameter.kind == Default::true_);
 }
 
-/// Calls the C++ function with the module, the parameters in order, then `*parts` and `**kwargs` where it has them.
-template <Literal L, auto Function>
-Object call_bound(Module m, const Arguments& arguments) {
+/// Calls the body with the parameters in order, then `*parts` or `**kwargs` where the signature has them.
+template <Literal L, typename Body>
+Object call_bound(const Arguments& arguments, Body body) {
     constexpr auto line = signature<L>;
     std::array<PyObject*, line.count + 1> places;
     PyObject* const* bound = arguments.values;
@@ -54,20 +54,46 @@ Object call_bound(Module m, const Arguments& arguments) {
     }
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
         if constexpr (line.var_positional)
-            return Function(m, argument<L, I>(bound[I])..., positional_tuple(arguments));
+            return body(argument<L, I>(bound[I])..., positional_tuple(arguments));
         else if constexpr (line.var_keywords)
-            return Function(m, argument<L, I>(bound[I])..., Keywords{binding<L>, arguments});
+            return body(argument<L, I>(bound[I])..., Keywords{binding<L>, arguments});
         else
-            return Function(m, argument<L, I>(bound[I])...);
+            return body(argument<L, I>(bound[I])...);
     }(std::make_index_sequence<line.count>{});
 }
 
+/// Runs `Function(m, leading…, parameters…)` for one call of the interpreter.
 template <Literal L, auto Function>
-PyObject* trampoline(PyObject* module, PyObject* const* values, Py_ssize_t positional, PyObject* keywords) noexcept {
-    const Module m{module};
+PyObject* enter(Module m, const Arguments& arguments, std::same_as<PyObject*> auto... leading) noexcept {
     const UseNames names{m};
-    return guarded(
-        [&] { return call_bound<L, Function>(m, {values, static_cast<std::size_t>(positional), keywords}); });
+    return guarded([&] {
+        return call_bound<L>(arguments, [&](const auto&... parameters) {
+            return Function(m, Object::borrow(leading)..., parameters...);
+        });
+    });
+}
+
+template <Literal L, auto Function>
+PyObject* function_trampoline(PyObject* module, PyObject* const* values, Py_ssize_t positional,
+                              PyObject* keywords) noexcept {
+    return enter<L, Function>(Module{module}, Arguments{values, static_cast<std::size_t>(positional), keywords});
+}
+
+/// `self` is a pair of the module and what the closure has captured.
+template <Literal L, auto Function>
+PyObject* closure_trampoline(PyObject* self, PyObject* const* values, Py_ssize_t positional,
+                             PyObject* keywords) noexcept {
+    const Module m{PyTuple_GET_ITEM(self, 0)};
+    return enter<L, Function>(m, Arguments{values, static_cast<std::size_t>(positional), keywords},
+                              PyTuple_GET_ITEM(self, 1));
+}
+
+/// `self` is no part of the parameters; the signature line has it as "$self".
+template <Literal L, auto Function>
+PyObject* method_trampoline(PyObject* self, PyTypeObject* defining_class, PyObject* const* values,
+                            Py_ssize_t positional, PyObject* keywords) noexcept {
+    const Module m{PyType_GetModule(defining_class)};
+    return enter<L, Function>(m, Arguments{values, static_cast<std::size_t>(positional), keywords}, self);
 }
 
 /// "name(parameters)", a line "--" and an empty line stand before the docstring, which is where the interpreter reads
@@ -85,23 +111,41 @@ consteval auto documentation() {
 template <Literal L, Literal Doc>
 inline constexpr auto documentation_text = documentation<L, Doc>();
 
+template <Literal L, Literal Doc, typename Trampoline>
+PyMethodDef table_entry(Trampoline trampoline, int flags) noexcept {
+    return {function_name<L>.text, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(trampoline)),
+            METH_FASTCALL | METH_KEYWORDS | flags, documentation_text<L, Doc>.text};
+}
+
 }  // namespace detail
 
 /// The table entry of a function: `def<"name(first, second=None)", function, "Docstring.">()`.
 template <Literal L, auto Function, Literal Doc = "">
 PyMethodDef def() noexcept {
-    return {function_name<L>.text,
-            reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(&detail::trampoline<L, Function>)),
-            METH_FASTCALL | METH_KEYWORDS, detail::documentation_text<L, Doc>.text};
+    return detail::table_entry<L, Doc>(&detail::function_trampoline<L, Function>, 0);
+}
+/// The same for a function that `closure` makes: behind the module it takes what was captured.
+template <Literal L, auto Function>
+PyMethodDef def_closure() noexcept {
+    return detail::table_entry<L, "">(&detail::closure_trampoline<L, Function>, 0);
+}
+/// The same for a method, `def_method<"name($self, first)", method>()`: behind the module it takes `self`.
+template <Literal L, auto Function>
+PyMethodDef def_method() noexcept {
+    return detail::table_entry<L, "">(&detail::method_trampoline<L, Function>, METH_METHOD);
 }
 
 /// `name = function` for each entry of the table, in order.
 inline void bind_functions(Module m, PyMethodDef* table) { check(PyModule_AddFunctions(m.ptr(), table)); }
 
-/// The entry as a method for a class: `self` is its first parameter.
-inline Object method(Module m, PyMethodDef& entry) {
-    const Object function = Object::steal(PyCFunction_NewEx(&entry, m.ptr(), m.get<"__name__">().ptr()));
-    return Object::steal(PyInstanceMethod_New(function.ptr()));
-}
+/// A function that is made while another runs.
+Object function(Module m, PyMethodDef& entry);
+/// A function with a captured object.
+Object closure(Module m, PyMethodDef& entry, const Object& captured);
+/// Whether the module still binds the function of this entry under its name, so that calling it directly is the same.
+bool is_bound(Module m, const PyMethodDef& entry, const Object& name);
+
+/// `class name: …` with the attributes of the class body and the methods of the table, which ends with an empty entry.
+Object make_class(Module m, const Object& name, const Object& attributes, PyMethodDef* methods);
 
 }  // namespace py

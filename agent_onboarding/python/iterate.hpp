@@ -1,7 +1,7 @@
 /// \file Range-for over a Python iterable, and the containers that algorithms build.
 #pragma once
 
-#include <initializer_list>
+#include <array>
 #include <iterator>
 
 #include "python/object.hpp"
@@ -67,6 +67,15 @@ void for_each_item(const Object& dict, Body body) {
 
 inline void append(const Object& list, const Object& item) { check(PyList_Append(list.ptr(), item.ptr())); }
 
+/// A set of the items, `set()`.
+template <std::same_as<Object>... Items>
+Object set(const Items&... items) {
+    Object result = Object::steal(PySet_New(nullptr));
+    (check(PySet_Add(result.ptr(), items.ptr())), ...);
+    return result;
+}
+inline void add(const Object& set, const Object& item) { check(PySet_Add(set.ptr(), item.ptr())); }
+
 inline Py_ssize_t size(const Object& container) { return check(PyObject_Size(container.ptr())); }
 
 /// `list(iterable)`, `sorted(iterable)`, `sorted(iterable, key=…)`
@@ -76,6 +85,49 @@ inline Object sorted(const Object& iterable) {
     Object result = list_of(iterable);
     check(PyList_Sort(result.ptr()));
     return result;
+}
+
+/// `t[I]` of a tuple of our own.
+template <Py_ssize_t I>
+Object element(const Object& tuple) {
+    return Object::borrow(PyTuple_GET_ITEM(tuple.ptr(), I));
+}
+
+enum class Order { ascending, descending };
+
+/// The items in the order of `key(item)`, those with equal keys as they stood; the items themselves are not compared.
+template <typename Key>
+Object sorted_by(const Object& items, Order order, Key key) {
+    const Object decorated = list();
+    Py_ssize_t place = 0;
+    for (const Object& item : iterate(items)) {
+        const Object tie_break = to_object(order == Order::ascending ? place : -place);
+        append(decorated, tuple(key(item), tie_break, item));
+        ++place;
+    }
+    check(PyList_Sort(decorated.ptr()));
+    if (order == Order::descending) check(PyList_Reverse(decorated.ptr()));
+    Object result = list();
+    for (const Object& entry : iterate(decorated)) append(result, element<2>(entry));
+    return result;
+}
+
+namespace detail {
+/// The items of the iterable as a list, which are `count` and no more.
+Object exactly(const Object& iterable, Py_ssize_t count);
+}  // namespace detail
+
+/// `a, b = iterable`
+template <std::size_t N>
+std::array<Object, N> unpack(const Object& iterable) {
+    if (PyTuple_CheckExact(iterable.ptr()) && PyTuple_GET_SIZE(iterable.ptr()) == Py_ssize_t{N})
+        return [&]<std::size_t... I>(std::index_sequence<I...>) {
+            return std::array<Object, N>{element<I>(iterable)...};
+        }(std::make_index_sequence<N>{});
+    const Object items = detail::exactly(iterable, Py_ssize_t{N});
+    return [&]<std::size_t... I>(std::index_sequence<I...>) {
+        return std::array<Object, N>{Object::borrow(PyList_GET_ITEM(items.ptr(), I))...};
+    }(std::make_index_sequence<N>{});
 }
 
 }  // namespace py

@@ -70,6 +70,12 @@ public:
     template <Literal L, typename Value>
     void set(const Value& value) const;
 
+    /// `del x.a`
+    template <Literal L>
+    void remove() const {
+        check(PyObject_DelAttr(pointer_, interned<L>()));
+    }
+
     /// `x(…)` and `x.method(…)`, with `kw<"name">(value)` behind the positional arguments.
     template <typename... Arguments>
     Object operator()(const Arguments&... arguments) const;

@@ -29,12 +29,12 @@ struct SignatureLine {
 
 namespace detail {
 
-consteval std::string_view trimmed(std::string_view text) {
+constexpr std::string_view trimmed(std::string_view text) {
     while (text.starts_with(' ')) text.remove_prefix(1);
     return text;
 }
 
-consteval void read_default(Parameter& parameter, std::string_view text) {
+constexpr void read_default(Parameter& parameter, std::string_view text) {
     if (text == "None") {
         parameter.kind = Default::none;
     } else if (text == "True") {
@@ -51,7 +51,7 @@ consteval void read_default(Parameter& parameter, std::string_view text) {
 }
 
 template <Literal L>
-consteval auto read_signature() {
+constexpr auto read_signature() {
     constexpr std::string_view line = L.view();
     SignatureLine<static_cast<std::size_t>(std::count(line.begin(), line.end(), ',')) + 1> signature;
     signature.name_end = line.find('(');
@@ -60,7 +60,9 @@ consteval auto read_signature() {
     while (begin < line.size() - 1) {
         const std::size_t end = std::min(line.find(',', begin), line.size() - 1);
         const std::string_view text = trimmed(line.substr(begin, end - begin));
-        if (text.starts_with("**")) {
+        if (text.starts_with('$')) {
+            // the interpreter passes `self` on its own
+        } else if (text.starts_with("**")) {
             signature.var_keywords = true;
         } else if (text.starts_with('*')) {
             keyword_only = true;

@@ -36,11 +36,12 @@ Object detail::concatenated(PyObject* const* texts, std::size_t count) {
 
 Object strip(const Object& object) {
     PyObject* string = object.ptr();
-    if (PyUnicode_CheckExact(string)) {
-        const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
-        if (size == 0 || !(is_space_at(string, 0) || is_space_at(string, size - 1))) return object;
-    }
-    return object.call<"strip">();
+    if (!PyUnicode_CheckExact(string)) return object.call<"strip">();
+    Py_ssize_t begin = 0;
+    Py_ssize_t end = PyUnicode_GET_LENGTH(string);
+    while (begin < end && is_space_at(string, begin)) ++begin;
+    while (begin < end && is_space_at(string, end - 1)) --end;
+    return Object::steal(PyUnicode_Substring(string, begin, end));
 }
 
 bool starts_with(const Object& object, const Object& prefix) {

@@ -55,6 +55,13 @@ void define_module_body(Module m) {
     m.set<"DEFAULT_SERVER_URL">("https://api.sablecrest.example"_s);
 
     bind_functions(m, functions::error_detail);
+    bind_functions(m, functions::module_copies);
+    bind_functions(m, functions::aliases);
+    bind_functions(m, functions::manifest);
+    bind_functions(m, functions::module_loading);
+    bind_functions(m, functions::freshness);
+    define_backtester_names(m);
+    bind_functions(m, functions::backtester);
 
     define_records(m);
     define_option_store(m);
@@ -66,10 +73,19 @@ void define_module_body(Module m) {
     bind_functions(m, functions::heartbeat_search);
     bind_functions(m, functions::key_prefix);
     bind_functions(m, functions::invite_codes);
+    bind_functions(m, functions::safe_universe);
     bind_functions(m, functions::signal_service_url);
+    bind_functions(m, functions::eras_payload);
+    bind_functions(m, functions::named_universes);
+    bind_functions(m, functions::active_universe);
     bind_functions(m, functions::data_directory);
     bind_functions(m, functions::file_settings);
     bind_functions(m, functions::key_file);
+    define_sync_manager(m);
+    bind_functions(m, functions::payloads);
+    bind_functions(m, functions::vocabulary);
+    bind_functions(m, functions::bootstrap);
+    bind_functions(m, functions::bring_up);
     bind_functions(m, functions::registration);
     bind_functions(m, functions::configuration);
     bind_functions(m, functions::heartbeat);

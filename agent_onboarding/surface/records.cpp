@@ -7,24 +7,39 @@ using namespace py;
 
 namespace {
 
-/// The class statement: `type(name, (), namespace)` with the names that the compiler would put there.
-Object make_class(Module m, const Object& name, const Object& documentation, const Object& annotations,
-                  const Object& attributes) {
-    attributes.set_item<"__module__">(m.get<"__name__">());
-    attributes.set_item<"__qualname__">(name);
-    attributes.set_item<"__doc__">(documentation);
+PyObject* const str_type = reinterpret_cast<PyObject*>(&PyUnicode_Type);
+PyObject* const float_type = reinterpret_cast<PyObject*>(&PyFloat_Type);
+
+PyMethodDef no_methods[] = {{}};
+
+Object define_wallet_registration(Module m) {
+    const Object annotations = dict();
+    annotations.set_item<"address">(str_type);
+
+    const Object attributes = dict();
+    attributes.set_item<"__doc__">("Returned by register() on successful wallet creation/re-auth."_s);
     attributes.set_item<"__annotations__">(annotations);
-    return call(reinterpret_cast<PyObject*>(&PyType_Type), name, tuple(), attributes);
+    return m.call<"dataclass">(make_class(m, "WalletRegistration"_s, attributes, no_methods));
 }
 
+/// The token is shown in no representation.
 Object auth_token_repr(Module, const Object& self) {
     return text<"AuthToken(token='<redacted>', expires_at={})">(repr(self.get<"expires_at">()));
 }
 
-PyMethodDef auth_token_methods[] = {def<"__repr__(self)", auth_token_repr>()};
+PyMethodDef auth_token_methods[] = {def_method<"__repr__($self)", auth_token_repr>(), {}};
 
-PyObject* const str_type = reinterpret_cast<PyObject*>(&PyUnicode_Type);
-PyObject* const float_type = reinterpret_cast<PyObject*>(&PyFloat_Type);
+Object define_auth_token(Module m) {
+    const Object annotations = dict();
+    annotations.set_item<"token">(str_type);
+    annotations.set_item<"expires_at">(float_type);
+
+    const Object attributes = dict();
+    attributes.set_item<"__doc__">("Returned by login() on successful authentication."_s);
+    attributes.set_item<"__annotations__">(annotations);
+    attributes.set_item<"token">(m.call<"field">(kw<"repr">(false)));
+    return m.call<"dataclass">(make_class(m, "AuthToken"_s, attributes, auth_token_methods));
+}
 
 /// Generating the records' methods leaves the interpreter's built-ins in the namespace, which is not the module's to
 /// show.
@@ -35,20 +50,8 @@ void forget_builtins(Module m) {
 }  // namespace
 
 void define_records(Module m) {
-    Object annotations = dict();
-    annotations.set_item<"address">(str_type);
-    m.set<"WalletRegistration">(m.call<"dataclass">(
-        make_class(m, "WalletRegistration"_s, "Returned by register() on successful wallet creation/re-auth."_s,
-                   annotations, dict())));
-
-    annotations = dict();
-    annotations.set_item<"token">(str_type);
-    annotations.set_item<"expires_at">(float_type);
-    const Object attributes = dict();
-    attributes.set_item<"token">(m.call<"field">(kw<"repr">(false)));
-    attributes.set_item<"__repr__">(method(m, auth_token_methods[0]));
-    m.set<"AuthToken">(m.call<"dataclass">(
-        make_class(m, "AuthToken"_s, "Returned by login() on successful authentication."_s, annotations, attributes)));
+    m.set<"WalletRegistration">(define_wallet_registration(m));
+    m.set<"AuthToken">(define_auth_token(m));
     forget_builtins(m);
 }
 

@@ -1,0 +1,39 @@
+/// \file Functions and classes that are made while the module runs.
+#include "python/function.hpp"
+
+namespace py {
+
+namespace {
+
+Object bound_to(PyMethodDef& entry, const Object& self, Module m) {
+    return Object::steal(PyCFunction_NewEx(&entry, self.ptr(), m.get<"__name__">().ptr()));
+}
+
+}  // namespace
+
+Object function(Module m, PyMethodDef& entry) { return bound_to(entry, Object::borrow(m.ptr()), m); }
+
+Object closure(Module m, PyMethodDef& entry, const Object& captured) {
+    return bound_to(entry, tuple(Object::borrow(m.ptr()), captured), m);
+}
+
+bool is_bound(Module m, const PyMethodDef& entry, const Object& name) {
+    const Object function = m.globals().lookup(name);
+    return PyCFunction_CheckExact(function.ptr()) && PyCFunction_GET_FUNCTION(function.ptr()) == entry.ml_meth &&
+           PyCFunction_GET_SELF(function.ptr()) == m.ptr();
+}
+
+Object make_class(Module m, const Object& name, const Object& attributes, PyMethodDef* methods) {
+    attributes.set_item<"__module__">(m.get<"__name__">());
+    attributes.set_item<"__qualname__">(name);
+    Object cls = call(reinterpret_cast<PyObject*>(&PyType_Type), name, tuple(), attributes);
+    compat::set_module(cls.ptr(), m.ptr());
+    auto* type = reinterpret_cast<PyTypeObject*>(cls.ptr());
+    for (PyMethodDef* method = methods; method->ml_name != nullptr; ++method) {
+        const Object descriptor = Object::steal(PyDescr_NewMethod(type, method));
+        check(PyObject_SetAttrString(cls.ptr(), method->ml_name, descriptor.ptr()));
+    }
+    return cls;
+}
+
+}  // namespace py

@@ -1,0 +1,9 @@
+/// \file A smaller C++ runtime: no exception gets past the trampoline, so none has to be described on its way out.
+#include <cstdlib>
+
+#if defined(__GLIBCXX__)
+// Takes the place of the library's own, which brings a demangler of 60 KiB.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() { std::abort(); }
+}  // namespace __gnu_cxx
+#endif

@@ -1,0 +1,168 @@
+/// \file The local search runtime, assembled from the options and the files of the data directory.
+#include "parts.hpp"
+#include "python/blocks.hpp"
+
+namespace agent_onboarding {
+
+using namespace py;
+
+namespace {
+
+Object selected_universe(Module m, const Object& era_config) {
+    Object universe = m.get<"_config">().lookup<"named_universe">();
+    if (era_config.is_dict() && !truth(universe))
+        universe = m.call<"_first_allowed_named_universe_from_era_config">(era_config);
+    return universe;
+}
+
+/// What the runtime knows of its universe: the vocabulary, and the mappings that have the universe as their only key.
+struct Universe {
+    Object name;
+    Object vocabulary = none();
+    Object vocabularies = dict();
+    Object feature_dirs = dict();
+    Object manifest_adapters = dict();
+
+    void load_vocabulary(Module m, const Object& data_dir, const Object& load) {
+        const Object path = m.call<"_local_vocabulary_path">(data_dir, name);
+        if (path.is_none()) return;
+        vocabulary = load(path);
+        vocabularies.set_item(name, vocabulary);
+    }
+
+    void add_features(Module m, const Object& data_dir, const Object& runtime_module, const Object& era_config) {
+        if (!truth(name)) return;
+        feature_dirs.set_item(name, m.call<"os.path.join">(data_dir, "features"_s, name));
+        const Object adapter = runtime_module.get<"_RuntimeManifestAdapter">();
+        const Object feature_epoch = m.get<"EpochName.SIGNAL_IS.value">();
+        manifest_adapters.set_item(name, adapter(kw<"feature_epoch">(feature_epoch), kw<"named_universe">(name),
+                                                 kw<"era_config">(era_config)));
+    }
+
+    [[nodiscard]] Object allowed(Module m) const {
+        if (!truth(name)) return list();
+        const Object configured = m.get<"_config">().lookup<"named_universes">();
+        return truth(configured) ? list_of(configured) : list(name);
+    }
+};
+
+/// What "manifest" means from here on: the files of the manifest, the signals of its payload.
+Object manifest_namespace(Module m, const Object& manifest, const Object& payload, const Object& era_number) {
+    const Object make_namespace = m.get<"SimpleNamespace">();
+    const auto section = [&](const Object& name) {
+        return m.call<"_manifest_payload_mapping_or_empty">(payload, name);
+    };
+    const Object files = m.call<"_manifest_files">(manifest);
+    const Object signals_index = payload.lookup<"signals_index">();
+    const Object found_signals = section("found_signals"_s);
+    const Object found_strategies = section("found_strategies"_s);
+    const Object useful_signals = section("useful_signals"_s);
+    return make_namespace(kw<"era_number">(era_number), kw<"files">(files), kw<"signals_index">(signals_index),
+                          kw<"found_signals">(found_signals), kw<"found_strategies">(found_strategies),
+                          kw<"useful_signals">(useful_signals));
+}
+
+Object vault_module(const Object& modules) {
+    Object module = modules.lookup<"era_data">();
+    return module.is_none() ? modules.lookup<"vault">() : module;
+}
+
+Object load_backtester(Module m, const Object& data_dir, const Object& era_number, const Object& era_config) {
+    const Object load = m.get<"_load_per_era_backtester">();
+    const Object market_id = m.get<"_config">().lookup<"market_id">();
+    return load(data_dir, kw<"market_id">(market_id), kw<"era_number">(era_number), kw<"era_config">(era_config));
+}
+
+/// The orchestrator class, the search plan, the expression type and its evaluator; the runtime works without them.
+std::array<Object, 4> batch_helpers(Module m, const Object& runtime_module) {
+    try {
+        return unpack<4>(runtime_module.call<"_import_batch_runtime">());
+    } catch (const Error& error) {
+        const Handling except{error};
+        if (!except.caught(PyExc_Exception)) throw;
+        m.call<"logger.warning">("Batch runtime import failed during local bootstrap; continuing without batch "
+                                 "orchestration helpers: %s"_s,
+                                 except.value());
+        return {none(), none(), none(), none()};
+    }
+}
+
+void reload_backtester_into(const Object& guard, const Object& consumer) {
+    guard.call<"register_module_consumer">("backtester"_s, consumer, "raw_backtester"_s);
+}
+
+Object bootstrap_local_runtime_from_config(Module m, const Object& am) {
+    const Object canonical_data_dir = m.get<"_canonical_data_dir">();
+    const Object data_dir = canonical_data_dir(m.get<"_config">().lookup<"data_dir">());
+    const Object configured_era = m.get<"_config">().lookup<"era_config">();
+    Universe universe{selected_universe(m, configured_era)};
+
+    const Object load_vocabulary = import_from(m, "sablecrest.obfuscation"_s, "load_vocabulary"_s);
+    const Object runtime_module = import_from(m, "sablecrest"_s, "_runtime"_s);
+    const Object search_tracker_class = import_from(m, "sablecrest.search_tracking"_s, "SearchTracker"_s);
+    universe.load_vocabulary(m, data_dir, load_vocabulary);
+
+    const Object guard = m.call<"create_runtime_freshness_guard">(data_dir);
+    const Object manifest_file = m.call<"_read_manifest">(data_dir);
+    const Object payload = m.call<"_read_manifest_payload_with_signals_index">(data_dir);
+    const Object modules = m.call<"_load_runtime_modules_from_manifest">(data_dir, manifest_file);
+    const Object era_number = as_int(payload.lookup<"era_number">());
+    const Object manifest = manifest_namespace(m, manifest_file, payload, era_number);
+    const Object sync_manager = m.call<"_LocalRuntimeSyncManager">(manifest, kw<"runtime_freshness_guard">(guard));
+
+    const Object load_vault = runtime_module.get<"_load_vault_module">();
+    const Object raw_vault = load_vault(data_dir, kw<"vault_module">(vault_module(modules)));
+    const Object normalize_era_config = runtime_module.get<"_normalize_era_config">();
+    const Object era_config =
+        normalize_era_config(m.get<"_config">().lookup<"era_config">(), era_number, kw<"manifest">(manifest));
+    const Object vault =
+        runtime_module.call<"_wrap_synced_vault">(raw_vault, kw<"manifest">(manifest), kw<"era_config">(era_config));
+    runtime_module.call<"_initialize_vault_for_backtester_import">(vault, kw<"data_dir">(data_dir), kw<"auth">(am));
+
+    const Object raw_backtester = load_backtester(m, data_dir, era_number, era_config);
+    const Object registry = runtime_module.call<"_build_function_registry">(universe.vocabulary);
+    const auto [batch_orchestrator_cls, compute_search_plan, expression_type_cls, expression_evaluator] =
+        batch_helpers(m, runtime_module);
+
+    const Object evaluator = runtime_module.call<"RuntimeEvaluationAdapter">(
+        kw<"data_dir">(data_dir), kw<"era_config">(era_config), kw<"raw_backtester">(raw_backtester),
+        kw<"vault">(vault), kw<"manifest">(manifest), kw<"graph_validator">(none()),
+        kw<"batch_orchestrator_cls">(batch_orchestrator_cls), kw<"compute_search_plan">(compute_search_plan),
+        kw<"expression_type_cls">(expression_type_cls), kw<"expression_evaluator">(expression_evaluator),
+        kw<"registry">(registry), kw<"raw_vocabulary">(universe.vocabulary), kw<"named_universe">(universe.name),
+        kw<"auth">(am), kw<"runtime_freshness_guard">(guard));
+    reload_backtester_into(guard, evaluator);
+
+    const Object settings_path = m.get<"_config">().lookup<"_settings_path">();
+    const Object search_tracker = search_tracker_class(data_dir, kw<"settings_path">(settings_path));
+    const Object named_universes = universe.allowed(m);
+    universe.add_features(m, data_dir, runtime_module, era_config);
+
+    const Object library_runtime = runtime_module.get<"LibraryRuntime">();
+    const Object server_url = m.call<"_configured_signal_service_url">();
+    const Object era_thread = runtime_module.call<"_EraThreadProxy">(era_number);
+    const Object search_era_config = runtime_module.call<"_SearchEraConfig">(era_config);
+    const Object default_named_universe = truth(universe.name) ? universe.name : none();
+    Object runtime = library_runtime(
+        kw<"auth">(am), kw<"auth_proxy">(am), kw<"data_dir">(data_dir), kw<"server_url">(server_url),
+        kw<"sync_manager">(sync_manager), kw<"era_number">(era_number), kw<"era_thread">(era_thread),
+        kw<"era_config">(era_config), kw<"search_era_config">(search_era_config),
+        kw<"named_universes">(named_universes), kw<"default_named_universe">(default_named_universe),
+        kw<"vocabularies">(universe.vocabularies), kw<"feature_dirs">(universe.feature_dirs),
+        kw<"manifest_adapters">(universe.manifest_adapters), kw<"vocabulary_raw">(universe.vocabulary),
+        kw<"registry">(registry), kw<"vault">(vault), kw<"raw_backtester">(raw_backtester), kw<"evaluator">(evaluator),
+        kw<"search_tracker">(search_tracker), kw<"runtime_freshness_guard">(guard));
+
+    const Object graph_validator = runtime_module.call<"_build_graph_validator">(registry);
+    evaluator.set<"graph_validator">(graph_validator);
+    runtime.set<"graph_validator">(graph_validator);
+    reload_backtester_into(guard, runtime);
+    return runtime;
+}
+
+}  // namespace
+
+PyMethodDef functions::bootstrap[] = {
+    def<"_bootstrap_local_runtime_from_config(am)", bootstrap_local_runtime_from_config>(), {}};
+
+}  // namespace agent_onboarding
