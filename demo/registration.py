@@ -9,7 +9,7 @@ from types import SimpleNamespace
 from sablecrest import agent_onboarding
 from sablecrest.auth import RegistrationError
 
-from demo.steps import Secret, Step, fingerprint, local_service, on_disk, run_chapter, transcript
+from demo.steps import Secret, Step, fingerprint, local_service, on_disk, run_chapter
 
 DATA_DIR = "~/.sablecrest/data"
 KEY_FILE = f"{DATA_DIR}/wallet.key"
@@ -58,7 +58,7 @@ def return_of_the_agent(step: Step, agent: SimpleNamespace) -> None:
 def login(step: Step, agent: SimpleNamespace) -> None:
     """It logs in with its key, and the token stays out of sight."""
     token = step.call(agent_onboarding.login, agent.key)
-    agent.token = Secret(token.token)
+    agent.token = token.token
     step.show(KEY_FILE)
     step.expect("the token is hidden", repr(token), f"AuthToken(token='<redacted>', expires_at={token.expires_at!r})")
     step.expect("it is valid for some time", token.expires_at > time.time(), True)
@@ -157,9 +157,8 @@ def bad_options(step: Step, agent: SimpleNamespace) -> None:
 
 def secrets_kept(step: Step, agent: SimpleNamespace) -> None:
     """No key or token is in anything that was shown above."""
-    secrets = [agent.key, _content("~/third/wallet.key"), agent.token]
     step.did("searched the output of the steps above for the two keys and the token")
-    step.expect("none is there", [secret for secret in secrets if secret in "\n".join(transcript)], [])
+    step.expect_unseen(agent.key, _content("~/third/wallet.key"), agent.token)
 
 
 def _content(path: str) -> Secret:

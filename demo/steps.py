@@ -1,6 +1,7 @@
 """What the chapters share: a step that shows what it did and checks it, what is on disk, and the local service."""
 
 import hashlib
+import logging
 import os
 import platform
 import shutil
@@ -27,12 +28,16 @@ class Secret(str):
         return f"<secret, sha256 {hashlib.sha256(self.encode()).hexdigest()[:12]}>"
 
 
-class Step:
-    """Collects what one step did, what came back, what is on disk and what was checked."""
+class Step(logging.Handler):
+    """Collects what one step did, what came back, what was logged, what is on disk and what was checked."""
 
     def __init__(self) -> None:
+        super().__init__()
         self.lines: list[tuple[str, str]] = []
         self.checked: list[str] = []
+
+    def emit(self, record: logging.LogRecord) -> None:
+        self.lines.append(("logged", f"{record.levelname} {record.getMessage()}"))
 
     def did(self, text: str) -> None:
         self.lines.append(("did", text))
@@ -56,6 +61,10 @@ class Step:
         else:
             raise WrongOutcome(f"expected {_described(error)}, found the result {result!r}")
 
+    def logged(self) -> list[str]:
+        """What the module has logged during this step."""
+        return [text for label, text in self.lines if label == "logged"]
+
     def show(self, *paths: str) -> None:
         """Show what lies at each path."""
         for path in paths:
@@ -67,9 +76,14 @@ class Step:
             raise WrongOutcome(f"{what}: expected {wanted!r}, found {found!r}")
         self.checked.append(what)
 
+    def expect_unseen(self, *secrets: str) -> None:
+        """Check that no secret is in anything that has been shown, here or in an earlier step."""
+        shown = "\n".join([*transcript, *(text for _, text in self.lines)])
+        self.expect("no key or token was shown", [Secret(secret) for secret in secrets if secret in shown], [])
+
     def _show_call(self, function: Callable, arguments: tuple, keywords: dict) -> None:
         shown = [*map(repr, arguments), *(f"{name}={value!r}" for name, value in keywords.items())]
-        self.did(f"{function.__name__}({', '.join(shown)})")
+        self.did(f"{function.__qualname__}({', '.join(shown)})")
 
 
 def on_disk(path: str) -> dict[str, object]:
@@ -95,10 +109,14 @@ def fingerprint(path: str) -> dict[str, object]:
 
 def run_chapter(title: str, steps: Iterable[Callable], *arguments: Any) -> None:
     """Run the steps in order, each with a new Step and the arguments; the process ends at the first that fails."""
-    print(f"\n{title} (CPython {platform.python_version()})\n")
+    logger = logging.getLogger("sablecrest")
+    logger.setLevel(logging.DEBUG)
+    print(f"{title} (CPython {platform.python_version()})\n")
     for number, function in enumerate(steps, 1):
         step = Step()
+        logger.addHandler(step)
         failure = _failure(function, step, *arguments)
+        logger.removeHandler(step)
         _show(f"{number:3}  {'FAILED' if failure else 'ok':8}", function.__doc__ or function.__name__)
         for label, text in step.lines:
             _show(f"{'':13}{label:9}", text)

@@ -9,7 +9,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 
 #: Each chapter with the interpreters that it is shown on, where they are installed.
-CHAPTERS = {"registration": ("cp313",)}
+CHAPTERS = {"registration": ("cp313",), "runtime_modules": ("cp313", "cp312"), "bring_up": ("cp313", "cp312")}
 
 
 def walk(chapter: str, interpreter: str, home: Path) -> bool:
@@ -24,11 +24,12 @@ def walk(chapter: str, interpreter: str, home: Path) -> bool:
 
 
 def main() -> None:
+    print(flush=True)
     with tempfile.TemporaryDirectory(prefix="demo-", dir=ROOT / "build") as folder:
         for chapter, interpreters in CHAPTERS.items():
             for interpreter in interpreters:
                 if not (ROOT / ".venv" / interpreter).is_dir():
-                    print(f"\n{chapter}: not shown on {interpreter}, which was not found", flush=True)
+                    print(f"{chapter}: not shown on {interpreter}, which was not found\n", flush=True)
                 elif not walk(chapter, interpreter, Path(folder, f"{chapter}-{interpreter}")):
                     sys.exit(f"The demonstration ends here: a step of {chapter} did not do what it should.")
     print("Each step did what it should.")
