@@ -24,7 +24,7 @@ private:
 };
 
 int execute(PyObject* module) noexcept {
-    if (!ModuleState::fill(module)) return -1;
+    ModuleState::begin(module);
     const Module m{module};
     const UseNames names{m};
     try {
@@ -48,7 +48,7 @@ PyModuleDef definition = {
     .m_base = PyModuleDef_HEAD_INIT,
     .m_name = "agent_onboarding",
     .m_doc = documentation,
-    .m_size = 0,  // known once every slot is reserved
+    .m_size = sizeof(py::ModuleState),
     .m_methods = nullptr,
     .m_slots = slots,
     .m_traverse = nullptr,
@@ -60,8 +60,4 @@ PyModuleDef definition = {
 
 }  // namespace agent_onboarding
 
-PyMODINIT_FUNC PyInit_agent_onboarding() {
-    using agent_onboarding::definition;
-    definition.m_size = py::ModuleState::size();
-    return PyModuleDef_Init(&definition);
-}
+PyMODINIT_FUNC PyInit_agent_onboarding() { return PyModuleDef_Init(&agent_onboarding::definition); }

@@ -13,6 +13,8 @@ Object bound_to(PyMethodDef& entry, const Object& self, Module m) {
 
 Object function(Module m, PyMethodDef& entry) { return bound_to(entry, Object::borrow(m.ptr()), m); }
 
+Object method(Module m, PyMethodDef& entry) { return Object::steal(PyInstanceMethod_New(function(m, entry).ptr())); }
+
 Object closure(Module m, PyMethodDef& entry, const Object& captured) {
     return bound_to(entry, tuple(Object::borrow(m.ptr()), captured), m);
 }

@@ -21,12 +21,12 @@ PyObject* guarded(Body body) noexcept {
 namespace detail {
 
 template <Literal L, std::size_t... I>
-inline constexpr const Slot* parameter_slots[] = {&string_slot<parameter_name<L, I>>..., nullptr};
+inline constexpr Name* parameter_names[] = {&string_name<parameter_name<L, I>>..., nullptr};
 
 template <Literal L>
 inline constexpr Binding binding = []<std::size_t... I>(std::index_sequence<I...>) {
     constexpr auto line = signature<L>;
-    return Binding{function_name<L>.text, parameter_slots<L, I...>, line.count,       line.positional,
+    return Binding{function_name<L>.text, parameter_names<L, I...>, line.count,       line.positional,
                    line.required,         line.var_positional,      line.var_keywords};
 }(std::make_index_sequence<signature<L>.count>{});
 
@@ -140,6 +140,8 @@ inline void bind_functions(Module m, PyMethodDef* table) { check(PyModule_AddFun
 
 /// A function that is made while another runs.
 Object function(Module m, PyMethodDef& entry);
+/// A function of the module as a method, with `self` as its first parameter.
+Object method(Module m, PyMethodDef& entry);
 /// A function with a captured object.
 Object closure(Module m, PyMethodDef& entry, const Object& captured);
 /// Whether the module still binds the function of this entry under its name, so that calling it directly is the same.

@@ -1,26 +1,42 @@
 /// \file Names of the module, of the interpreter, and of other modules.
 #include "python/module.hpp"
 
+#include <memory>
+#include <new>
+
 namespace py {
 
-bool ModuleState::fill(PyObject* module) noexcept {
-    auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
+void ModuleState::begin(PyObject* module) noexcept {
+    auto* state = new (PyModule_GetState(module)) ModuleState{};
     state->globals = PyModule_GetDict(module);
-    return Slot::intern_all(state->names());
 }
 
 void ModuleState::release(void* module) noexcept {
     auto* state = static_cast<ModuleState*>(PyModule_GetState(static_cast<PyObject*>(module)));
-    if (state != nullptr) Slot::release_all(state->names());
+    if (state != nullptr) std::destroy_at(state);
 }
 
-Object Module::look_up(PyObject* name) const {
+Object Module::look_up(Name& name) const {
     PyObject* value = nullptr;
-    if (check(compat::find_item(state_->globals, name, &value)) == 0) {
-        PyErr_Format(PyExc_NameError, "name '%U' is not defined", name);
+    if (check(compat::find_item(state_->globals, name.ptr(), &value)) == 0) {
+        PyErr_Format(PyExc_NameError, "name '%U' is not defined", name.ptr());
         throw_pending();
     }
     return Object::steal(value);
+}
+
+Object Module::get_path(Path path) const {
+    Object value = look_up(*path.front());
+    return path.size() == 1 ? value : detail::get_path(value.ptr(), path.subspan(1));
+}
+
+bool Module::has_attribute(Path path) const {
+    return detail::find(get_path(path.first(path.size() - 1)).ptr(), *path.back()).has_value();
+}
+
+Object Module::call_path(Path path, const detail::Stack& stack) const {
+    const Object value = look_up(*path.front());
+    return path.size() == 1 ? detail::call(value.ptr(), stack) : detail::call_path(value.ptr(), path.subspan(1), stack);
 }
 
 Object builtin(const Object& name) {

@@ -6,18 +6,13 @@
 
 namespace py {
 
-/// What a module remembers: where its namespace is, and behind that its interned names.
+/// What a module remembers: where its namespace is, and its interned names.
 struct ModuleState {
     PyObject* globals;  // borrowed from the module
+    Object names[name_capacity];
 
-    [[nodiscard]] PyObject** names() noexcept { return reinterpret_cast<PyObject**>(this + 1); }
-
-    /// For the module definition's m_size, once every slot is reserved.
-    static Py_ssize_t size() noexcept {
-        return static_cast<Py_ssize_t>(sizeof(ModuleState) + Slot::count() * sizeof(PyObject*));
-    }
-    /// First in the module's execution; false with an exception set.
-    static bool fill(PyObject* module) noexcept;
+    /// First in the module's execution.
+    static void begin(PyObject* module) noexcept;
     /// For the module definition's m_free.
     static void release(void* module) noexcept;
 };
@@ -29,39 +24,37 @@ public:
         : module_(module), state_(static_cast<ModuleState*>(PyModule_GetState(module))) {}
 
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
-    [[nodiscard]] PyObject* const* names() const noexcept { return state_->names(); }
+    [[nodiscard]] Object* names() const noexcept { return state_->names; }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(state_->globals); }
 
     /// `name` or `name.attribute`; a NameError where the module does not bind the name.
     template <Literal L>
     [[nodiscard]] Object get() const {
-        if constexpr (is_dotted<L>)
-            return look_up(interned<head<L>>()).template get<tail<L>>();
-        else
-            return look_up(interned<L>());
+        return get_path(path<L>);
     }
     /// `hasattr(name, "attribute")` for "name.attribute"
     template <Literal L>
     [[nodiscard]] bool has() const {
-        return get<owner<L>>().template find<member<L>>().has_value();
+        return has_attribute(path<L>);
     }
     /// `name = value`
     template <Literal L, typename Value>
     void set(const Value& value) const {
-        check(PyDict_SetItem(state_->globals, interned<L>(), to_object(value).ptr()));
+        check(PyDict_SetItem(state_->globals, string_name<L>.ptr(), to_object(value).ptr()));
     }
     /// `name(…)`, `name.attribute(…)`
     template <Literal L, typename... Arguments>
     Object call(const Arguments&... arguments) const {
-        if constexpr (is_dotted<L>)
-            return get<owner<L>>().template call<member<L>>(arguments...);
-        else
-            return get<L>()(arguments...);
+        return detail::with_stack([this](const detail::Stack& stack) { return call_path(path<L>, stack); },
+                                  to_object(arguments)...);
     }
 
 private:
-    [[nodiscard]] Object look_up(PyObject* name) const;
+    [[nodiscard]] Object look_up(Name& name) const;
+    [[nodiscard]] Object get_path(Path path) const;
+    [[nodiscard]] bool has_attribute(Path path) const;
+    Object call_path(Path path, const detail::Stack& stack) const;
 
     PyObject* module_;
     ModuleState* state_;
@@ -76,7 +69,7 @@ public:
     UseNames& operator=(const UseNames&) = delete;
 
 private:
-    PyObject* const* outer_;
+    Object* outer_;
 };
 
 /// A function or class of the interpreter that programs may rebind, such as `open`.

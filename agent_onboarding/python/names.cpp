@@ -1,52 +1,44 @@
-/// \file Interning of the reserved names, and their release with the module.
+/// \file Interning at first use.
 #include "python/names.hpp"
 
-#include <cstring>
+#include "python/error.hpp"
 
 namespace py {
 
-constinit thread_local PyObject* const* names_in_use = nullptr;
+constinit thread_local Object* names_in_use = nullptr;
 
 namespace {
 
-PyObject* intern(const char* text, std::size_t size) noexcept {
-    PyObject* string = PyUnicode_DecodeUTF8(text, static_cast<Py_ssize_t>(size), "strict");
+constinit std::atomic<unsigned> names_placed{0};
+
+Object interned(std::string_view text) {
+    PyObject* string = PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
     if (string != nullptr) PyUnicode_InternInPlace(&string);
-    return string;
+    return Object::steal(string);
 }
 
-PyObject* intern_each(std::string_view texts) noexcept {
-    const auto size = 1 + std::count(texts.begin(), texts.end(), ',');
-    PyObject* tuple = PyTuple_New(size);
-    for (Py_ssize_t i = 0; tuple != nullptr && i < size; ++i) {
+Object interned_tuple(std::string_view texts) {
+    Object tuple = Object::steal(PyTuple_New(1 + std::count(texts.begin(), texts.end(), ',')));
+    for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(tuple.ptr()); ++i) {
         const std::size_t length = std::min(texts.find(','), texts.size());
-        PyObject* string = intern(texts.data(), length);
-        if (string == nullptr) {
-            Py_CLEAR(tuple);
-        } else {
-            PyTuple_SET_ITEM(tuple, i, string);
-            texts.remove_prefix(std::min(length + 1, texts.size()));
-        }
+        PyTuple_SET_ITEM(tuple.ptr(), i, interned(texts.substr(0, length)).release());
+        texts.remove_prefix(std::min(length + 1, texts.size()));
     }
     return tuple;
 }
 
 }  // namespace
 
-PyObject* Slot::make() const noexcept {
-    return kind_ == Kind::string ? intern(text_, std::strlen(text_)) : intern_each(text_);
-}
-
-bool Slot::intern_all(PyObject** names) noexcept {
-    for (const Slot* slot = first_; slot != nullptr; slot = slot->next_) {
-        names[slot->index_] = slot->make();
-        if (names[slot->index_] == nullptr) return false;
+const Object& Name::intern() {
+    Object name = kind_ == Kind::string ? interned(text_) : interned_tuple(text_);
+    unsigned index = index_.load();
+    if (index == 0) {
+        // Another interpreter may place the name at the same time; the loser's place stays unused.
+        const unsigned place = ++names_placed;
+        if (place >= name_capacity) raise(PyExc_SystemError, interned("more names than the module has room for"));
+        if (index_.compare_exchange_strong(index, place)) index = place;
     }
-    return true;
-}
-
-void Slot::release_all(PyObject** names) noexcept {
-    for (std::size_t i = 0; i < count_; ++i) Py_CLEAR(names[i]);
+    return names_in_use[index] = std::move(name);
 }
 
 }  // namespace py

@@ -1,90 +1,76 @@
-/// \file Names written where they are used: every literal is interned once per module.
-///
-/// `"encoding"_s` and the dotted names of `get<"os.path.join">()` reserve a slot while the library is loaded; each
-/// module instance interns the text of every slot when it is initialised, and a running function finds the strings of
-/// its own module through `names_in_use`.
+/// \file Names written where they are used: every literal is interned once per module, at its first use.
 #pragma once
 
-#include <Python.h>
+#include <atomic>
+#include <span>
 
-#include <algorithm>
-#include <cstddef>
-#include <string_view>
+#include "python/object.hpp"
 
 namespace py {
 
-/// A text as a template argument.
-template <std::size_t N>
-struct Literal {
-    char text[N]{};
+/// The interned strings of the module whose function runs on this thread; the first place stays empty.
+extern constinit thread_local Object* names_in_use;
 
-    consteval Literal(const char (&source)[N]) { std::copy_n(source, N, text); }
-    consteval explicit Literal(std::string_view source) { std::copy_n(source.begin(), N - 1, text); }
+/// As many as a module may have.
+inline constexpr unsigned name_capacity = 1024;
 
-    [[nodiscard]] constexpr std::string_view view() const { return {text, N - 1}; }
-};
-
-/// The characters [From, To) of a literal as a literal.
-template <Literal L, std::size_t From, std::size_t To>
-inline constexpr Literal<To - From + 1> part{L.view().substr(From, To - From)};
-
-template <Literal L>
-inline constexpr bool is_dotted = L.view().find('.') != std::string_view::npos;
-
-/// `os.path.join` has the head `os`, the tail `path.join`, the owner `os.path` and the member `join`.
-template <Literal L>
-inline constexpr auto head = part<L, 0, L.view().find('.')>;
-template <Literal L>
-inline constexpr auto tail = part<L, L.view().find('.') + 1, L.view().size()>;
-template <Literal L>
-inline constexpr auto owner = part<L, 0, L.view().rfind('.')>;
-template <Literal L>
-inline constexpr auto member = part<L, L.view().rfind('.') + 1, L.view().size()>;
-
-/// The place of one interned string, or of one tuple of them (keyword names), in a module's state.
-class Slot {
+/// A literal, which has the same place among the names of every module instance.
+class Name {
 public:
-    enum class Kind { string, tuple };
+    enum class Kind { string, tuple };  // a tuple of strings is written with commas
 
-    Slot(Kind kind, const char* text) noexcept : kind_(kind), text_(text), next_(first_), index_(count_++) {
-        first_ = this;
+    constexpr Name(Kind kind, std::string_view text) noexcept : kind_(kind), text_(text) {}
+    Name(const Name&) = delete;
+    Name& operator=(const Name&) = delete;
+
+    [[nodiscard]] const Object& get() {
+        const Object& name = names_in_use[index_.load(std::memory_order_relaxed)];
+        return name.ptr() != nullptr ? name : intern();
     }
-    Slot(const Slot&) = delete;
-    Slot& operator=(const Slot&) = delete;
+    [[nodiscard]] PyObject* ptr() { return get().ptr(); }
 
-    [[nodiscard]] std::size_t index() const noexcept { return index_; }
-    static std::size_t count() noexcept { return count_; }
-
-    /// Fills `names` with a new reference for every slot; false with an exception set when one fails.
-    static bool intern_all(PyObject** names) noexcept;
-    static void release_all(PyObject** names) noexcept;
+    /// Whether it is one of the names that types reserve for themselves.
+    [[nodiscard]] bool is_special() const noexcept { return text_.starts_with("__"); }
 
 private:
-    [[nodiscard]] PyObject* make() const noexcept;
-
-    static inline constinit Slot* first_ = nullptr;
-    static inline constinit std::size_t count_ = 0;
+    const Object& intern();
 
     Kind kind_;
-    const char* text_;
-    Slot* next_;
-    std::size_t index_;
+    std::string_view text_;
+    std::atomic<unsigned> index_{0};
 };
 
 template <Literal L>
-inline const Slot string_slot{Slot::Kind::string, L.text};
+inline constinit Name string_name{Name::Kind::string, L.view()};
 
 /// Keyword names as calls want them: "exist_ok" or "invite_code,register_wallet".
 template <Literal L>
-inline const Slot tuple_slot{Slot::Kind::tuple, L.text};
+inline constinit Name tuple_name{Name::Kind::tuple, L.view()};
 
-/// The strings of the module whose function runs on this thread.
-extern constinit thread_local PyObject* const* names_in_use;
-
-/// The interned string of a literal, borrowed from the module's state.
+inline namespace literals {
+/// The interned string of the literal.
 template <Literal L>
-PyObject* interned() noexcept {
-    return names_in_use[string_slot<L>.index()];
+const Object& operator""_s() {
+    return string_name<L>.get();
 }
+}  // namespace literals
+
+/// The names of "os.path.join".
+using Path = std::span<Name* const>;
+
+namespace detail {
+
+template <Literal L, std::size_t... I>
+inline constexpr Name* path_names[] = {&string_name<segment<L, I>>...};
+
+template <Literal L, std::size_t... I>
+consteval Path make_path(std::index_sequence<I...>) {
+    return path_names<L, I...>;
+}
+
+}  // namespace detail
+
+template <Literal L>
+inline constexpr Path path = detail::make_path<L>(std::make_index_sequence<segment_count<L>>{});
 
 }  // namespace py

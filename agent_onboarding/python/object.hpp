@@ -14,7 +14,7 @@
 #include <optional>
 #include <utility>
 
-#include "python/names.hpp"
+#include "python/literal.hpp"
 
 namespace py {
 
@@ -30,6 +30,8 @@ Status check(Status status) {
 
 class Object {
 public:
+    /// A place that nothing was put into yet; only for storage.
+    Object() noexcept : pointer_(nullptr) {}
     /// Takes over a new reference.
     static Object steal(PyObject* pointer) {
         if (pointer == nullptr) throw_pending();
@@ -72,9 +74,7 @@ public:
 
     /// `del x.a`
     template <Literal L>
-    void remove() const {
-        check(PyObject_DelAttr(pointer_, interned<L>()));
-    }
+    void remove() const;
 
     /// `x(…)` and `x.method(…)`, with `kw<"name">(value)` behind the positional arguments.
     template <typename... Arguments>
@@ -84,22 +84,21 @@ public:
 
     /// `x["key"]`, `x[key]`
     template <Literal L>
-    [[nodiscard]] Object item() const {
-        return Object::steal(PyObject_GetItem(pointer_, interned<L>()));
-    }
+    [[nodiscard]] Object item() const;
     [[nodiscard]] Object item(const Object& key) const {
         return Object::steal(PyObject_GetItem(pointer_, key.pointer_));
     }
     template <Literal L, typename Value>
     void set_item(const Value& value) const;
-    /// `x.get("key")`, `x.get("key", default)`, `x.get(key)`
-    template <Literal L, typename... Default>
-    [[nodiscard]] Object lookup(const Default&... otherwise) const;
-    template <std::same_as<Object>... Default>
-    [[nodiscard]] Object lookup(const Object& key, const Default&... otherwise) const;
     void set_item(const Object& key, const Object& value) const {
         check(PyObject_SetItem(pointer_, key.pointer_, value.pointer_));
     }
+    /// `x.get(key)`, `x.get("key")`, `x.get("key", default)`
+    [[nodiscard]] Object lookup(const Object& key) const;
+    template <Literal L>
+    [[nodiscard]] Object lookup() const;
+    template <Literal L, typename Default>
+    [[nodiscard]] Object lookup(const Default& otherwise) const;
 
 private:
     explicit Object(PyObject* pointer) noexcept : pointer_(pointer) {}
@@ -108,14 +107,6 @@ private:
 };
 
 inline Object none() noexcept { return Object::borrow(Py_None); }
-
-inline namespace literals {
-/// The interned string of the literal.
-template <Literal L>
-Object operator""_s() {
-    return Object::borrow(interned<L>());
-}
-}  // namespace literals
 
 /// What a call may be given as it is.
 inline const Object& to_object(const Object& object) noexcept { return object; }

@@ -39,9 +39,9 @@ void bind_keyword(const Binding& binding, PyObject* name, PyObject* value, PyObj
 
 std::size_t parameter_index(const Binding& binding, PyObject* name) {
     for (std::size_t i = 0; i < binding.count; ++i)
-        if (names_in_use[binding.names[i]->index()] == name) return i;
+        if (binding.names[i]->ptr() == name) return i;
     for (std::size_t i = 0; i < binding.count; ++i)
-        if (same_name(names_in_use[binding.names[i]->index()], name)) return i;
+        if (same_name(binding.names[i]->ptr(), name)) return i;
     return binding.count;
 }
 

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "python/object.hpp"
+#include "python/names.hpp"
 
 namespace py {
 
@@ -96,7 +96,7 @@ inline constexpr auto parameter_name = part<L, signature<L>.parameters[I].begin,
 /// What the binder needs of a signature while running.
 struct Binding {
     const char* name;
-    const Slot* const* names;
+    Name* const* names;
     std::size_t count, positional, required;
     bool var_positional, var_keywords;
 };

@@ -34,8 +34,8 @@ template <Literal L, std::same_as<Object>... Arguments>
 Object text(const Arguments&... arguments) {
     const Object values[] = {format(arguments)...};
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
-        PyObject* texts[2 * sizeof...(I) + 1] = {interned<part<L, 0, detail::field<L, 0>>>()};
-        ((texts[2 * I + 1] = values[I].ptr(), texts[2 * I + 2] = interned<detail::text_behind<L, I>>()), ...);
+        PyObject* texts[2 * sizeof...(I) + 1] = {string_name<part<L, 0, detail::field<L, 0>>>.ptr()};
+        ((texts[2 * I + 1] = values[I].ptr(), texts[2 * I + 2] = string_name<detail::text_behind<L, I>>.ptr()), ...);
         return detail::concatenated(texts, std::size(texts));
     }(std::index_sequence_for<Arguments...>{});
 }

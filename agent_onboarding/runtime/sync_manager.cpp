@@ -20,8 +20,10 @@ Object release(Module, const Object&) { return none(); }
 Object request_for_sync(Module, const Object&) { return list(); }
 Object ignore_callback(Module, const Object&, const Object&) { return none(); }
 
-PyMethodDef methods[] = {def_method<"__init__($self, manifest, runtime_freshness_guard=None)", initialise>(),
-                         def_method<"get_manifest($self)", get_manifest>(),
+// Not a method descriptor: those keep `inspect.signature` from reading the signature of their class.
+PyMethodDef initialise_entry = def<"__init__(self, manifest, runtime_freshness_guard=None)", initialise>();
+
+PyMethodDef methods[] = {def_method<"get_manifest($self)", get_manifest>(),
                          def_method<"acquire($self)", acquire>(),
                          def_method<"release($self)", release>(),
                          def_method<"request_for_sync($self)", request_for_sync>(),
@@ -32,7 +34,9 @@ PyMethodDef methods[] = {def_method<"__init__($self, manifest, runtime_freshness
 }  // namespace
 
 void define_sync_manager(Module m) {
-    m.set<"_LocalRuntimeSyncManager">(make_class(m, "_LocalRuntimeSyncManager"_s, dict(), methods));
+    const Object attributes = dict();
+    attributes.set_item<"__init__">(method(m, initialise_entry));
+    m.set<"_LocalRuntimeSyncManager">(make_class(m, "_LocalRuntimeSyncManager"_s, attributes, methods));
 }
 
 }  // namespace agent_onboarding

@@ -25,9 +25,9 @@ void import_standard_modules(Module m) {
 /// `from package import name, …`
 template <Literal Package, Literal... Names>
 void import_names(Module m) {
-    const Object names = tuple(Object::borrow(interned<Names>())...);
-    const Object package = import_module(m, Object::borrow(interned<Package>()), names);
-    (m.set<Names>(imported_name(package, Object::borrow(interned<Names>()))), ...);
+    const Object names = tuple(string_name<Names>.get()...);
+    const Object package = import_module(m, string_name<Package>.get(), names);
+    (m.set<Names>(imported_name(package, string_name<Names>.get())), ...);
 }
 
 void import_siblings(Module m) {
