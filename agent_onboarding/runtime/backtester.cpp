@@ -56,7 +56,7 @@ Object load_per_era_backtester(Module m, const Object& data_dir, const Keywords&
 
     m.call<"_forget_preloaded_backtester_modules">();
     Object module = m.call<"_import_backtester_module">();
-    m.call<"logger.info">("Loaded wheel-bundled backtester %s for data dir %s"_s, module.get<"__name__">(), data_dir);
+    m.get<"logger.info">()("Loaded wheel-bundled backtester %s for data dir %s"_s, module.get<"__name__">(), data_dir);
     return module;
 }
 

@@ -1,6 +1,7 @@
 /// \file The local search runtime, assembled from the options and the files of the data directory.
 #include "parts.hpp"
 #include "python/blocks.hpp"
+#include "surface/option_store.hpp"
 
 namespace agent_onboarding {
 
@@ -9,7 +10,7 @@ using namespace py;
 namespace {
 
 Object selected_universe(Module m, const Object& era_config) {
-    Object universe = m.get<"_config">().lookup<"named_universe">();
+    Object universe = option<"named_universe">(m);
     if (era_config.is_dict() && !truth(universe))
         universe = m.call<"_first_allowed_named_universe_from_era_config">(era_config);
     return universe;
@@ -41,7 +42,7 @@ struct Universe {
 
     [[nodiscard]] Object allowed(Module m) const {
         if (!truth(name)) return list();
-        const Object configured = m.get<"_config">().lookup<"named_universes">();
+        const Object configured = option<"named_universes">(m);
         return truth(configured) ? list_of(configured) : list(name);
     }
 };
@@ -69,7 +70,7 @@ Object vault_module(const Object& modules) {
 
 Object load_backtester(Module m, const Object& data_dir, const Object& era_number, const Object& era_config) {
     const Object load = m.get<"_load_per_era_backtester">();
-    const Object market_id = m.get<"_config">().lookup<"market_id">();
+    const Object market_id = option<"market_id">(m);
     return load(data_dir, kw<"market_id">(market_id), kw<"era_number">(era_number), kw<"era_config">(era_config));
 }
 
@@ -93,8 +94,8 @@ void reload_backtester_into(const Object& guard, const Object& consumer) {
 
 Object bootstrap_local_runtime_from_config(Module m, const Object& am) {
     const Object canonical_data_dir = m.get<"_canonical_data_dir">();
-    const Object data_dir = canonical_data_dir(m.get<"_config">().lookup<"data_dir">());
-    const Object configured_era = m.get<"_config">().lookup<"era_config">();
+    const Object data_dir = canonical_data_dir(option<"data_dir">(m));
+    const Object configured_era = option<"era_config">(m);
     Universe universe{selected_universe(m, configured_era)};
 
     const Object load_vocabulary = import_from(m, "sablecrest.obfuscation"_s, "load_vocabulary"_s);
@@ -113,8 +114,7 @@ Object bootstrap_local_runtime_from_config(Module m, const Object& am) {
     const Object load_vault = runtime_module.get<"_load_vault_module">();
     const Object raw_vault = load_vault(data_dir, kw<"vault_module">(vault_module(modules)));
     const Object normalize_era_config = runtime_module.get<"_normalize_era_config">();
-    const Object era_config =
-        normalize_era_config(m.get<"_config">().lookup<"era_config">(), era_number, kw<"manifest">(manifest));
+    const Object era_config = normalize_era_config(option<"era_config">(m), era_number, kw<"manifest">(manifest));
     const Object vault =
         runtime_module.call<"_wrap_synced_vault">(raw_vault, kw<"manifest">(manifest), kw<"era_config">(era_config));
     runtime_module.call<"_initialize_vault_for_backtester_import">(vault, kw<"data_dir">(data_dir), kw<"auth">(am));
@@ -133,7 +133,7 @@ Object bootstrap_local_runtime_from_config(Module m, const Object& am) {
         kw<"auth">(am), kw<"runtime_freshness_guard">(guard));
     reload_backtester_into(guard, evaluator);
 
-    const Object settings_path = m.get<"_config">().lookup<"_settings_path">();
+    const Object settings_path = option<"_settings_path">(m);
     const Object search_tracker = search_tracker_class(data_dir, kw<"settings_path">(settings_path));
     const Object named_universes = universe.allowed(m);
     universe.add_features(m, data_dir, runtime_module, era_config);

@@ -1,5 +1,6 @@
 /// \file The service's era table, and the named universe that the market's active era selects.
 #include "parts.hpp"
+#include "surface/option_store.hpp"
 
 namespace agent_onboarding {
 
@@ -65,7 +66,7 @@ Object eras_of_market(Module m, const Object& payload) {
     const Object eras_by_market = first_truthy(payload, "eras_by_market"_s, "market_era_groups"_s);
     if (!eras_by_market.is_dict()) refuse("Registration bootstrap /eras payload is missing eras_by_market."_s);
 
-    const Object market_id = as_int(m.get<"_config">().lookup<"market_id">());
+    const Object market_id = as_int(option<"market_id">(m));
     Object eras = first_truthy(eras_by_market, str(market_id), market_id);
     if (!eras.is_list() || size(eras) == 0)
         refuse(text<"Registration bootstrap found no eras for market_id={}.">(market_id));
@@ -85,9 +86,9 @@ Object select_era(const Object& eras) {
 }
 
 Object resolve_active_named_universe(Module m, const Object& am) {
-    const Object configured = m.call<"_safe_named_universe">(m.get<"_config">().lookup<"named_universe">());
+    const Object configured = m.get<"_safe_named_universe">()(option<"named_universe">(m));
     if (truth(configured)) {
-        m.get<"_config">().set_item<"named_universe">(configured);
+        set_option<"named_universe">(m, configured);
         return configured;
     }
 
@@ -96,9 +97,9 @@ Object resolve_active_named_universe(Module m, const Object& am) {
     const Object candidates = m.call<"_active_era_named_universe_candidates">(era);
     if (!truth(candidates)) refuse("Registration bootstrap expected at least one active named universe from /eras."_s);
 
-    m.get<"_config">().set_item<"named_universes">(list_of(candidates));
+    set_option<"named_universes">(m, list_of(candidates));
     const Object selected = candidates.item(to_object(0));
-    m.get<"_config">().set_item<"named_universe">(selected);
+    set_option<"named_universe">(m, selected);
     return candidates.item(to_object(0));
 }
 

@@ -124,7 +124,7 @@ Object first_allowed_named_universe_from_era_config(Module m, const Object& era_
         }
     Object name = first_safe(m, era_config.lookup<"allowed_named_universes">());
     if (truth(name)) return name;
-    return m.call<"_safe_named_universe">(era_config.lookup<"named_universe">());
+    return m.get<"_safe_named_universe">()(era_config.lookup<"named_universe">());
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 /// \file The process-wide option store `_config`, and `configure`, which validates options and applies them.
 #include "parts.hpp"
+#include "surface/option_store.hpp"
 #include "surface/path_segment.hpp"
 
 namespace agent_onboarding {
@@ -119,7 +120,7 @@ Object rotation_options(Module m, const Object& updates) {
 }
 
 Object catalog_context(Module m) {
-    Object named_universe = m.get<"_config">().lookup<"named_universe">();
+    Object named_universe = option<"named_universe">(m);
     if (!truth(named_universe)) named_universe = "default"_s;
     Object context = dict();
     context.set_item<"current_market">("crypto"_s);
@@ -131,7 +132,9 @@ Object catalog_context(Module m) {
 
 void write_rotation_settings(Module m, const Object& updates) {
     const Object rotation_settings = import_from(m, "sablecrest"_s, "_rotation_settings"_s);
-    const Object data_dir = m.get<"_canonical_data_dir">()(m.call<"os.fspath">(m.get<"_config">().item<"data_dir">()));
+    const Object canonical_data_dir = m.get<"_canonical_data_dir">();
+    const Object fspath = m.get<"os.fspath">();
+    const Object data_dir = canonical_data_dir(fspath(m.get<"_config">().item<"data_dir">()));
     m.call<"os.makedirs">(data_dir, kw<"exist_ok">(true));
 
     Object current = dict();

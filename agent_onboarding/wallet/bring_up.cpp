@@ -181,10 +181,10 @@ Object ensure_runtime_bootstrapped(Module m, const Object& strict) {
         raise(auth.call<"AuthError">("No wallet initialized. Call register() or login() first."_s));
 
     const Object runtime_module = import_from(m, "sablecrest"_s, "_runtime"_s);
-    m.call<"_resolve_active_named_universe">(m.get<"_auth_manager">());
+    m.get<"_resolve_active_named_universe">()(m.get<"_auth_manager">());
     const Object existing = get_or_none<"_library_runtime">(runtime_module);
     if (existing.is_none())
-        m.call<"_propagate_auth">(m.get<"_auth_manager">(), kw<"strict">(strict));
+        m.get<"_propagate_auth">()(m.get<"_auth_manager">(), kw<"strict">(strict));
     else
         inject_into_search_templates(m, existing, strict,
                                      "Failed to inject existing runtime into search_templates: %s"_s);

@@ -26,9 +26,10 @@ void refuse_foreign_owner(Module m, const Object& path, const Object& st) {
     if (owner != m.call<"os.getuid">()) refuse_unsafe_wallet(m, path);
 }
 
+bool is_regular_file(Module m, const Object& st) { return truth(m.get<"_stat.S_ISREG">()(st.get<"st_mode">())); }
+
 void refuse_link_or_special_file(Module m, const Object& path, const Object& st) {
-    if (truth(m.call<"_stat.S_ISLNK">(st.get<"st_mode">())) || !truth(m.call<"_stat.S_ISREG">(st.get<"st_mode">())))
-        refuse_unsafe_wallet(m, path);
+    if (truth(m.get<"_stat.S_ISLNK">()(st.get<"st_mode">())) || !is_regular_file(m, st)) refuse_unsafe_wallet(m, path);
 }
 
 /// Refuses what lies at the path by its own status, a link's and not its target's.
@@ -65,7 +66,7 @@ Object unsafe_wallet_error(Module, const Object& path) {
 
 Object check_wallet_fd(Module m, const Object& wallet_path, const Object& fd) {
     const Object st = m.call<"os.fstat">(fd);
-    if (!truth(m.call<"_stat.S_ISREG">(st.get<"st_mode">()))) refuse_unsafe_wallet(m, wallet_path);
+    if (!is_regular_file(m, st)) refuse_unsafe_wallet(m, wallet_path);
     refuse_foreign_owner(m, wallet_path, st);
     if (truth(st.get<"st_mode">() & to_object(group_and_others))) m.call<"os.fchmod">(fd, owner_only);
     return none();

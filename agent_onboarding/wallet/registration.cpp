@@ -1,5 +1,6 @@
 /// \file `register` and `login`: an agent's identity on the service.
 #include "parts.hpp"
+#include "surface/option_store.hpp"
 
 namespace agent_onboarding {
 
@@ -11,7 +12,7 @@ Object unreachable() { return "Cannot reach SableCrest server. Check your networ
 Object invalid_key() { return "Invalid private key format. Expected hex string (64 characters) or 32 bytes."_s; }
 
 Object resolve_invite_code(Module m, Object invite_code) {
-    if (invite_code.is_none()) invite_code = m.get<"_config">().lookup<"invite_code">();
+    if (invite_code.is_none()) invite_code = option<"invite_code">(m);
     Object resolved = m.call<"auth._normalize_invite_code">(invite_code);
     if (resolved.is_none())
         raise(PyExc_ValueError, "Invite code required. Pass --invite-code, set invite_code in settings.yaml, or call "
@@ -25,13 +26,13 @@ Object resolve_optional_invite_code(Module m, const Object& invite_code) {
 
 Object settle_data_dir(Module m, const Object& data_dir) {
     Object directory = m.call<"_canonical_data_dir">(data_dir);
-    m.get<"_config">().set_item<"data_dir">(directory);
+    set_option<"data_dir">(m, directory);
     return directory;
 }
 
 Object configured_market_id(Module m) {
     try {
-        return as_int(m.get<"_config">().lookup<"market_id">());
+        return as_int(option<"market_id">(m));
     } catch (const Error& error) {
         const Handling except{error};
         if (!except.caught(PyExc_TypeError) && !except.caught(PyExc_ValueError)) throw;
@@ -110,7 +111,7 @@ Object register_agent(Module m, Object invite_code, const Object& data_dir, cons
     m.call<"_apply_file_settings">(kw<"settings_path">(settings_path));
 
     const Object directory = settle_data_dir(m, data_dir.is_none() ? m.get<"_config">().item<"data_dir">() : data_dir);
-    if (!market_id.is_none()) m.get<"_config">().set_item<"market_id">(as_int(market_id));
+    if (!market_id.is_none()) set_option<"market_id">(m, as_int(market_id));
     if (truth(bootstrap_runtime)) require_positive_market_id(m);
     m.call<"os.makedirs">(directory, kw<"exist_ok">(true));
 
@@ -134,7 +135,7 @@ Object register_agent(Module m, Object invite_code, const Object& data_dir, cons
     }
 
     const Object address = manager.call<"get_wallet_address">();
-    if (truth(m.get<"_config">().lookup<"auto_heartbeat">(true))) m.call<"inject_heartbeat">();
+    if (truth(option<"auto_heartbeat">(m, true))) m.call<"inject_heartbeat">();
     return m.call<"WalletRegistration">(kw<"address">(address));
 }
 

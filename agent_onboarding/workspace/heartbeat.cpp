@@ -1,5 +1,6 @@
 /// \file The monitoring checklist in the workspace's `HEARTBEAT.md`.
 #include "parts.hpp"
+#include "surface/option_store.hpp"
 #include "workspace/text_file.hpp"
 
 namespace agent_onboarding {
@@ -42,7 +43,7 @@ Object with_section(Module m, const Object& content) {
 }
 
 Object inject_heartbeat(Module m, const Object& working_dir) {
-    if (!truth(m.get<"_config">().lookup<"auto_heartbeat">(true))) return none();
+    if (!truth(option<"auto_heartbeat">(m, true))) return none();
     const Object path = m.call<"_find_heartbeat">(working_dir);
     if (path.is_none()) return none();
 

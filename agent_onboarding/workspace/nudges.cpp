@@ -1,5 +1,6 @@
 /// \file Milestone lines for `HEARTBEAT.md`, the fragment for `AGENTS.md`, and the texts of the workspace files.
 #include "parts.hpp"
+#include "surface/option_store.hpp"
 #include "workspace/text_file.hpp"
 #include "workspace/texts.hpp"
 
@@ -33,7 +34,7 @@ void append_line_once(Module m, const Object& line) {
 }
 
 Object update_nudge(Module m, const Object& trigger, const Keywords&) {
-    if (!truth(m.get<"_config">().lookup<"auto_heartbeat">(true))) return none();
+    if (!truth(option<"auto_heartbeat">(m, true))) return none();
     if (!contains(m.get<"_NUDGE_TEXTS">(), trigger)) return none();
     const Object line = m.get<"_NUDGE_TEXTS">().item(trigger);
     try {
