@@ -19,10 +19,10 @@ Object closure(Module m, PyMethodDef& entry, const Object& captured) {
     return bound_to(entry, tuple(Object::borrow(m.ptr()), captured), m);
 }
 
-bool is_bound(Module m, const PyMethodDef& entry, const Object& name) {
-    const Object function = m.globals().lookup(name);
-    return PyCFunction_CheckExact(function.ptr()) && PyCFunction_GET_FUNCTION(function.ptr()) == entry.ml_meth &&
-           PyCFunction_GET_SELF(function.ptr()) == m.ptr();
+bool is_bound(Module m, const PyMethodDef& entry, Name& name) {
+    PyObject* function = m.find(name);
+    return function != nullptr && PyCFunction_CheckExact(function) &&
+           PyCFunction_GET_FUNCTION(function) == entry.ml_meth && PyCFunction_GET_SELF(function) == m.ptr();
 }
 
 Object make_class(Module m, const Object& name, const Object& attributes, PyMethodDef* methods) {

@@ -145,7 +145,7 @@ Object method(Module m, PyMethodDef& entry);
 /// A function with a captured object.
 Object closure(Module m, PyMethodDef& entry, const Object& captured);
 /// Whether the module still binds the function of this entry under its name, so that calling it directly is the same.
-bool is_bound(Module m, const PyMethodDef& entry, const Object& name);
+bool is_bound(Module m, const PyMethodDef& entry, Name& name);
 
 /// `class name: …` with the attributes of the class body and the methods of the table, which ends with an empty entry.
 Object make_class(Module m, const Object& name, const Object& attributes, PyMethodDef* methods);

@@ -6,23 +6,50 @@
 
 namespace py {
 
+ModuleState::ModuleState(PyObject* globals) noexcept : globals_(globals), watcher_(PyDict_AddWatcher(begin_epoch)) {
+    if (watcher_ >= 0 && PyDict_Watch(watcher_, globals) == 0) return;
+    PyErr_Clear();
+    watcher_ = -1;
+}
+
+ModuleState::~ModuleState() {
+    if (watcher_ >= 0 && PyDict_ClearWatcher(watcher_) < 0) PyErr_Clear();
+}
+
 void ModuleState::begin(PyObject* module) noexcept {
-    auto* state = new (PyModule_GetState(module)) ModuleState{};
-    state->globals = PyModule_GetDict(module);
+    new (PyModule_GetState(module)) ModuleState{PyModule_GetDict(module)};
 }
 
 void ModuleState::release(void* module) noexcept {
     auto* state = static_cast<ModuleState*>(PyModule_GetState(static_cast<PyObject*>(module)));
-    if (state != nullptr) std::destroy_at(state);
+    if (state != nullptr && state->globals_ != nullptr) std::destroy_at(state);
+}
+
+int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) noexcept {
+    ++epoch_;
+    return 0;
+}
+
+PyObject* ModuleState::look_up(Name& name) {
+    PyObject* value = nullptr;
+    if (check(compat::find_item(globals_, name.ptr(), &value)) == 0) return nullptr;
+    Py_DECREF(value);  // the namespace keeps it
+    if (watcher_ < 0) return value;
+    if (!is_current()) {
+        std::fill(std::begin(values_), std::end(values_), nullptr);
+        values_epoch_ = epoch_;
+    }
+    values_[name.index()] = value;
+    return value;
 }
 
 Object Module::look_up(Name& name) const {
-    PyObject* value = nullptr;
-    if (check(compat::find_item(state_->globals, name.ptr(), &value)) == 0) {
+    PyObject* value = state_->value(name);
+    if (value == nullptr) {
         PyErr_Format(PyExc_NameError, "name '%U' is not defined", name.ptr());
         throw_pending();
     }
-    return Object::steal(value);
+    return Object::borrow(value);
 }
 
 Object Module::get_path(Path path) const {

@@ -1,20 +1,47 @@
 /// \file The module's namespace: every name that a function refers to is read from it at the moment of use.
 #pragma once
 
+#include <cstdint>
+
 #include "python/iterate.hpp"
 #include "python/text.hpp"
 
 namespace py {
 
-/// What a module remembers: where its namespace is, and its interned names.
-struct ModuleState {
-    PyObject* globals;  // borrowed from the module
-    Object names[name_capacity];
+/// What a module remembers: its interned names, and which values its namespace had for them when it last changed.
+class ModuleState {
+public:
+    explicit ModuleState(PyObject* globals) noexcept;
+    ~ModuleState();
+    ModuleState(const ModuleState&) = delete;
+    ModuleState& operator=(const ModuleState&) = delete;
 
     /// First in the module's execution.
     static void begin(PyObject* module) noexcept;
     /// For the module definition's m_free.
     static void release(void* module) noexcept;
+
+    [[nodiscard]] PyObject* globals() const noexcept { return globals_; }
+    [[nodiscard]] Object* names() noexcept { return names_; }
+    /// What the namespace binds to the name, borrowed from it; null where it does not bind it.
+    [[nodiscard]] PyObject* value(Name& name) {
+        PyObject* value = is_current() ? values_[name.index()] : nullptr;
+        return value != nullptr ? value : look_up(name);
+    }
+
+private:
+    /// Every change of a watched namespace, in whatever interpreter, begins a new epoch.
+    static inline std::atomic<std::uint64_t> epoch_{1};
+    static int begin_epoch(PyDict_WatchEvent event, PyObject* globals, PyObject* name, PyObject* value) noexcept;
+
+    [[nodiscard]] bool is_current() const noexcept { return values_epoch_ == epoch_.load(std::memory_order_relaxed); }
+    PyObject* look_up(Name& name);
+
+    PyObject* globals_;  // borrowed from the module
+    int watcher_;        // negative where the interpreter has none left: then nothing is remembered
+    std::uint64_t values_epoch_ = 0;
+    PyObject* values_[name_capacity]{};
+    Object names_[name_capacity];
 };
 
 /// The module whose function runs; whoever called the function keeps it alive.
@@ -24,9 +51,11 @@ public:
         : module_(module), state_(static_cast<ModuleState*>(PyModule_GetState(module))) {}
 
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
-    [[nodiscard]] Object* names() const noexcept { return state_->names; }
+    [[nodiscard]] Object* names() const noexcept { return state_->names(); }
+    /// What the module binds to the name, borrowed; null where it does not bind it.
+    [[nodiscard]] PyObject* find(Name& name) const { return state_->value(name); }
     /// `globals()`
-    [[nodiscard]] Object globals() const { return Object::borrow(state_->globals); }
+    [[nodiscard]] Object globals() const { return Object::borrow(state_->globals()); }
 
     /// `name` or `name.attribute`; a NameError where the module does not bind the name.
     template <Literal L>
@@ -41,7 +70,7 @@ public:
     /// `name = value`
     template <Literal L, typename Value>
     void set(const Value& value) const {
-        check(PyDict_SetItem(state_->globals, string_name<L>.ptr(), to_object(value).ptr()));
+        check(PyDict_SetItem(state_->globals(), string_name<L>.ptr(), to_object(value).ptr()));
     }
     /// `name(…)`, `name.attribute(…)`
     template <Literal L, typename... Arguments>

@@ -23,8 +23,10 @@ public:
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
+    /// 0 before its first use.
+    [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
     [[nodiscard]] const Object& get() {
-        const Object& name = names_in_use[index_.load(std::memory_order_relaxed)];
+        const Object& name = names_in_use[index()];
         return name.ptr() != nullptr ? name : intern();
     }
     [[nodiscard]] PyObject* ptr() { return get().ptr(); }
