@@ -43,12 +43,14 @@ from sablecrest.settings import resolve_data_dir as resolve_data_dir
 from sablecrest.skills import list_skills as list_skills
 from sablecrest.sync import CURRENT_PLATFORM as CURRENT_PLATFORM
 
+# Types of arguments
+
 type _StrPath = str | PathLike[str]
 
 # `manifest.json`: what `_read_manifest` returns, or the JSON object itself.
 type _Manifest = SimpleNamespace | dict[str, Any]
 
-# What is asked of a session here; None or "" stands for no token.
+# What `_fetch_eras_payload` asks of a session.
 @type_check_only
 class _HasToken(Protocol):
     def get_token(self) -> str | None: ...
@@ -236,7 +238,8 @@ def _safe_named_universe(value: object) -> str | None: ...
 def _configured_signal_service_url() -> str: ...
 
 # The JSON object that the signal service answers to GET /eras; it has 15 seconds for each socket operation. Raises
-# RuntimeError without a token, when the service cannot be reached, and for any other answer.
+# RuntimeError without a token, when the service cannot be reached, and for an answer that is no such object,
+# UnicodeDecodeError for one that is no text.
 def _fetch_eras_payload(am: _HasToken) -> dict[str, Any]: ...
 
 # An unsafe name, or one that is in the list, is not appended.

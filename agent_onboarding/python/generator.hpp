@@ -7,31 +7,41 @@ namespace py {
 
 namespace detail {
 
-/// The frame of a suspended generator: the marker of its end, where it stands, and what it holds there.
-enum class Frame : Py_ssize_t { end_marker, is_started, held, size };
+/// The frame of a generator: the marker of its end, how far it is, and what it holds there. It is a list, which the
+/// interpreter's garbage collector can follow.
+enum class Frame : Py_ssize_t { end_marker, stage, held };
+enum class Stage { created, running, exhausted };
 
-inline Object held_in(const Object& frame, Frame place) {
+inline Object in_frame(const Object& frame, Frame place) {
     return Object::borrow(PyList_GET_ITEM(frame.ptr(), static_cast<Py_ssize_t>(place)));
 }
-inline void hold(const Object& frame, Frame place, Object value) {
-    check(PyList_SetItem(frame.ptr(), static_cast<Py_ssize_t>(place), value.release()));
+inline void enter_stage(const Object& frame, Stage stage, Object held) {
+    check(PyList_SetItem(frame.ptr(), static_cast<Py_ssize_t>(Frame::stage),
+                         to_object(static_cast<int>(stage)).release()));
+    check(PyList_SetItem(frame.ptr(), static_cast<Py_ssize_t>(Frame::held), held.release()));
+}
+inline Stage stage_of(const Object& frame) {
+    return static_cast<Stage>(PyLong_AsLong(in_frame(frame, Frame::stage).ptr()));
 }
 
 template <auto Begin, auto Next>
 Object resume(Module m, const Object& frame) {
-    const Object is_started = held_in(frame, Frame::is_started);
-    Object held = held_in(frame, Frame::held);
-    hold(frame, Frame::is_started, none());  // exhausted, unless this step comes to its end
-    hold(frame, Frame::held, none());
-    if (is_started.is_none()) return held_in(frame, Frame::end_marker);
-
-    const Object iterator = truth(is_started) ? held : Begin(m, held);
-    std::optional<Object> item = Next(m, iterator);
-    if (!item.has_value()) return held_in(frame, Frame::end_marker);
-    hold(frame, Frame::is_started, to_object(true));
-    hold(frame, Frame::held, iterator);
-    return *std::move(item);
+    const Stage stage = stage_of(frame);
+    if (stage == Stage::exhausted) return in_frame(frame, Frame::end_marker);
+    try {
+        if (stage == Stage::created) enter_stage(frame, Stage::running, Begin(m, in_frame(frame, Frame::held)));
+        if (std::optional<Object> item = Next(m, in_frame(frame, Frame::held))) return *std::move(item);
+    } catch (const Error& error) {
+        const Handling except{error};
+        enter_stage(frame, Stage::exhausted, none());
+        throw;
+    }
+    enter_stage(frame, Stage::exhausted, none());
+    return in_frame(frame, Frame::end_marker);
 }
+
+template <auto Begin, auto Next>
+inline PyMethodDef resume_entry = def_closure<"resume()", resume<Begin, Next>>();
 
 }  // namespace detail
 
@@ -39,10 +49,10 @@ Object resume(Module m, const Object& frame) {
 /// `Begin(m, argument)`, called by the first `next`.
 template <auto Begin, auto Next>
 Object generator(Module m, const Object& argument) {
-    static PyMethodDef step = def_closure<"resume()", detail::resume<Begin, Next>>();
     const Object end_marker = call(reinterpret_cast<PyObject*>(&PyBaseObject_Type));
-    const Object frame = list(end_marker, to_object(false), argument);
-    return Object::steal(PyCallIter_New(closure(m, step, frame).ptr(), end_marker.ptr()));
+    const Object frame = list(end_marker, to_object(static_cast<int>(detail::Stage::created)), argument);
+    const Object step = closure(m, detail::resume_entry<Begin, Next>, frame);
+    return Object::steal(PyCallIter_New(step.ptr(), end_marker.ptr()));
 }
 
 }  // namespace py
