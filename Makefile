@@ -42,7 +42,11 @@ lint:  ## run clang-tidy
 	tools/build
 	$(bin)/run-clang-tidy.py -quiet -p build/cp313 -clang-tidy-binary $(bin)/clang-tidy
 
+reference:  ## write docs/reference.md from the type stub and the docstrings
+	tools/build
+	$(on_path) $(bin)/python tools/make_reference.py
+
 clean:  ## remove everything that was set up and built
 	rm -rf build .venv dist
 
-.PHONY: help demo test sanitize stress bench format format-check lint clean
+.PHONY: help demo test sanitize stress bench format format-check lint reference clean
