@@ -1,7 +1,7 @@
 /// \file The local search runtime, assembled from the options and the files of the data directory.
 #include "parts.hpp"
-#include "python/blocks.hpp"
 #include "surface/option_store.hpp"
+#include "surface/warning.hpp"
 
 namespace agent_onboarding {
 
@@ -76,16 +76,15 @@ Object load_backtester(Module m, const Object& data_dir, const Object& era_numbe
 
 /// The orchestrator class, the search plan, the expression type and its evaluator; the runtime works without them.
 std::array<Object, 4> batch_helpers(Module m, const Object& runtime_module) {
-    try {
-        return unpack<4>(runtime_module.call<"_import_batch_runtime">());
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">("Batch runtime import failed during local bootstrap; continuing without batch "
-                                 "orchestration helpers: %s"_s,
-                                 except.value());
-        return {none(), none(), none(), none()};
-    }
+    std::array<Object, 4> helpers{none(), none(), none(), none()};
+    warn(
+        m,
+        [&] {
+            helpers = unpack<4>(runtime_module.call<"_import_batch_runtime">());
+            return none();
+        },
+        "Batch runtime import failed during local bootstrap; continuing without batch orchestration helpers: %s"_s);
+    return helpers;
 }
 
 void reload_backtester_into(const Object& guard, const Object& consumer) {

@@ -2,7 +2,7 @@
 ///
 /// Strict callers get an exception for every step that fails, others a log record and whatever could be brought up.
 #include "parts.hpp"
-#include "python/blocks.hpp"
+#include "surface/warning.hpp"
 
 namespace agent_onboarding {
 
@@ -15,16 +15,13 @@ Object joined_detail(const Object& message, const Object& detail) {
 }
 
 void set_active_manager(Module m, const Object& auth, const Object& am, const Object& strict) {
-    try {
-        auth.call<"_set_active_auth_manager">(am);
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">("Failed to set active auth manager: %s"_s, except.value());
-        if (truth(strict))
-            raise_from(call(PyExc_RuntimeError, "SableCrest auth bootstrap failed after authentication."_s),
-                       except.value());
-    }
+    warn_then(
+        m, [&] { return auth.call<"_set_active_auth_manager">(am); },
+        [&](const Object& exc) {
+            if (truth(strict))
+                raise_from(call(PyExc_RuntimeError, "SableCrest auth bootstrap failed after authentication."_s), exc);
+        },
+        "Failed to set active auth manager: %s"_s);
 }
 
 /// The runtime that the package builds from the service; None where it builds none.
@@ -60,21 +57,22 @@ Object bootstrap_local_runtime(Module m, const Object& am) {
 }
 
 void inject_into_search_templates(Module m, const Object& runtime, const Object& strict, const Object& warning) {
-    try {
-        const Object search_templates = m.call<"importlib.import_module">("sablecrest.search_templates"_s);
-        search_templates.set<"_library_runtime">(runtime);
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">(warning, except.value());
-        if (truth(strict)) raise(PyExc_RuntimeError, "SableCrest search runtime injection failed."_s);
-    }
+    warn_then(
+        m,
+        [&] {
+            m.call<"importlib.import_module">("sablecrest.search_templates"_s).set<"_library_runtime">(runtime);
+            return none();
+        },
+        [&](const Object&) {
+            if (truth(strict)) raise(PyExc_RuntimeError, "SableCrest search runtime injection failed."_s);
+        },
+        warning);
 }
 
 Object default_vocabulary(const Object& runtime) {
     const Object vocabularies = get_or_none<"vocabularies">(runtime);
     const Object universe = get_or_none<"default_named_universe">(runtime);
-    return vocabularies.is_none() ? none() : vocabularies.lookup(universe);
+    return truth(vocabularies) ? vocabularies.lookup(universe) : none();
 }
 
 Object vocabulary_loader(Module m, const Object& runtime) {
@@ -130,33 +128,35 @@ void initialise_with(Module m, const Object& simulate_signal, const Object& am, 
 /// The simulation module, initialised; nothing where that failed.
 std::optional<Object> initialise_simulate_signal(Module m, const Object& am, const Object& runtime,
                                                  const Object& strict) {
-    try {
-        Object simulate_signal = m.call<"importlib.import_module">("sablecrest.simulate_signal"_s);
-        if (runtime.is_none()) raise(PyExc_RuntimeError, "private sablecrest runtime was not initialized"_s);
-        initialise_with(m, simulate_signal, am, runtime);
-        return simulate_signal;
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">("Failed to initialize simulate_signal: %s"_s, except.value());
-        const Object detail = m.call<"_exception_chain_detail">(except.value());
-        if (truth(strict))
-            raise(PyExc_RuntimeError, joined_detail("SableCrest simulate_signal bootstrap failed"_s, detail));
-        return std::nullopt;
-    }
+    return warn_then(
+        m,
+        [&] {
+            Object simulate_signal = m.call<"importlib.import_module">("sablecrest.simulate_signal"_s);
+            if (runtime.is_none()) raise(PyExc_RuntimeError, "private sablecrest runtime was not initialized"_s);
+            initialise_with(m, simulate_signal, am, runtime);
+            return simulate_signal;
+        },
+        [&](const Object& exc) {
+            const Object detail = m.call<"_exception_chain_detail">(exc);
+            if (truth(strict))
+                raise(PyExc_RuntimeError, joined_detail("SableCrest simulate_signal bootstrap failed"_s, detail));
+        },
+        "Failed to initialize simulate_signal: %s"_s);
 }
 
 /// Importing the submodule has bound it to the package under the name of its function.
 void restore_top_level_export(Module m, const Object& simulate_signal, const Object& strict) {
-    try {
-        const Object exported = simulate_signal.get<"_simulate_signal_export">();
-        import_module(m, "sablecrest"_s).set<"simulate_signal">(exported);
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">("Failed to restore top-level simulate exports: %s"_s, except.value());
-        if (truth(strict)) raise(PyExc_RuntimeError, "SableCrest simulate exports bootstrap failed."_s);
-    }
+    warn_then(
+        m,
+        [&] {
+            const Object exported = simulate_signal.get<"_simulate_signal_export">();
+            import_module(m, "sablecrest"_s).set<"simulate_signal">(exported);
+            return none();
+        },
+        [&](const Object&) {
+            if (truth(strict)) raise(PyExc_RuntimeError, "SableCrest simulate exports bootstrap failed."_s);
+        },
+        "Failed to restore top-level simulate exports: %s"_s);
 }
 
 Object propagate_auth(Module m, const Object& am, const Object& strict) {

@@ -1,6 +1,7 @@
 /// \file `register` and `login`: an agent's identity on the service.
 #include "parts.hpp"
 #include "surface/option_store.hpp"
+#include "surface/warning.hpp"
 
 namespace agent_onboarding {
 
@@ -97,13 +98,8 @@ Object authenticate_login(Module m, const Object& private_key) {
 }
 
 void set_active_manager(Module m, const Object& manager) {
-    try {
-        m.call<"auth._set_active_auth_manager">(manager);
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">("Failed to set active auth manager: %s"_s, except.value());
-    }
+    warn(
+        m, [&] { return m.call<"auth._set_active_auth_manager">(manager); }, "Failed to set active auth manager: %s"_s);
 }
 
 Object register_agent(Module m, Object invite_code, const Object& data_dir, const Object& market_id,

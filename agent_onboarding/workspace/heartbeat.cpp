@@ -1,6 +1,7 @@
 /// \file The monitoring checklist in the workspace's `HEARTBEAT.md`.
 #include "parts.hpp"
 #include "surface/option_store.hpp"
+#include "surface/warning.hpp"
 #include "workspace/text_file.hpp"
 
 namespace agent_onboarding {
@@ -23,19 +24,6 @@ Object find_heartbeat(Module m, const Object& working_dir) {
     return none();
 }
 
-/// Runs the body; a failure is logged with the path and leaves nothing.
-template <typename Body>
-std::optional<Object> or_warn(Module m, const Object& message, const Object& path, Body body) {
-    try {
-        return body();
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">(message, path, except.value());
-        return std::nullopt;
-    }
-}
-
 Object with_section(Module m, const Object& content) {
     Object extended = content;
     if (truth(content) && !ends_with(content, "\n"_s)) extended = extended + "\n"_s;
@@ -48,11 +36,11 @@ Object inject_heartbeat(Module m, const Object& working_dir) {
     if (path.is_none()) return none();
 
     const std::optional<Object> content =
-        or_warn(m, "Failed to read HEARTBEAT.md at %s: %s"_s, path, [&] { return read_text(path); });
+        warn(m, [&] { return read_text(path); }, "Failed to read HEARTBEAT.md at %s: %s"_s, path);
     if (!content.has_value() || contains(*content, "## [SableCrest]"_s)) return none();
 
     const Object extended = with_section(m, *content);
-    or_warn(m, "Failed to write HEARTBEAT.md at %s: %s"_s, path, [&] { return write_text(path, extended); });
+    warn(m, [&] { return write_text(path, extended); }, "Failed to write HEARTBEAT.md at %s: %s"_s, path);
     return none();
 }
 

@@ -1,6 +1,7 @@
 /// \file Milestone lines for `HEARTBEAT.md`, the fragment for `AGENTS.md`, and the texts of the workspace files.
 #include "parts.hpp"
 #include "surface/option_store.hpp"
+#include "surface/warning.hpp"
 #include "workspace/text_file.hpp"
 #include "workspace/texts.hpp"
 
@@ -24,26 +25,20 @@ void define_workspace_texts(Module m) {
 
 namespace {
 
-void append_line_once(Module m, const Object& line) {
+Object append_line_once(Module m, const Object& line) {
     const Object path = m.call<"_find_heartbeat">();
-    if (path.is_none()) return;
+    if (path.is_none()) return none();
     Object content = read_text(path);
-    if (contains(content, line)) return;
+    if (contains(content, line)) return none();
     if (!ends_with(content, "\n"_s)) content = content + "\n"_s;
-    write_text(path, content + (line + "\n"_s));
+    return write_text(path, content + (line + "\n"_s));
 }
 
 Object update_nudge(Module m, const Object& trigger, const Keywords&) {
     if (!truth(option<"auto_heartbeat">(m, true))) return none();
     if (!contains(m.get<"_NUDGE_TEXTS">(), trigger)) return none();
     const Object line = m.get<"_NUDGE_TEXTS">().item(trigger);
-    try {
-        append_line_once(m, line);
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_Exception)) throw;
-        m.call<"logger.warning">("update_nudge failed: %s"_s, except.value());
-    }
+    warn(m, [&] { return append_line_once(m, line); }, "update_nudge failed: %s"_s);
     return none();
 }
 
