@@ -17,3 +17,8 @@ foreach(typing_file IN LISTS typing_files)
 endforeach()
 
 add_subdirectory(runtime_modules)
+
+# The layer's own test module.
+Python_add_library(layer_test MODULE WITH_SOABI tests/python/layer_test.cpp)
+target_link_libraries(layer_test PRIVATE python_layer)
+set_target_properties(layer_test PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${package_folder})
