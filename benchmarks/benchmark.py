@@ -126,7 +126,9 @@ def report(row, native, plain, floor, ratios):
     spread = f"{ratios[quarter]:.2f}-{ratios[-1 - quarter]:.2f}"
     above = f"{native / floor:5.1f}" if floor else "    -"
     verdict = "" if kept else "  MISSED"
-    print(f"{row.statement:75}{native * 1e6:12.3f}{plain * 1e6:12.3f}{ratio:7.2f}  {spread:9} {above}  {row.limit:5.2f}{verdict}")
+    print(
+        f"{row.statement:75}{native * 1e6:12.3f}{plain * 1e6:12.3f}{ratio:7.2f}  {spread:9} {above}  {row.limit:5.2f}{verdict}"
+    )
     return ratio, kept
 
 

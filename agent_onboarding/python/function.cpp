@@ -6,7 +6,7 @@ namespace py {
 namespace {
 
 Object bound_to(PyMethodDef& entry, const Object& self, Module m) {
-    return Object::steal(PyCFunction_NewEx(&entry, self.ptr(), m.get<"__name__">().ptr()));
+    return Object::steal(PyCFunction_NewEx(&entry, self.ptr(), m.globals().lookup<"__name__">().ptr()));
 }
 
 }  // namespace

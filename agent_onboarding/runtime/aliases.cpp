@@ -16,14 +16,10 @@ Object new_package(Module m, const Object& name) {
     return package;
 }
 
-Object registered_or_imported(Module m, const Object& name) {
-    Object module = m.get<"sys.modules">().lookup(name);
-    if (!module.is_none()) return module;
-    return suppress(PyExc_Exception, [&] { return m.call<"importlib.import_module">(name); }).value_or(none());
-}
-
 Object ensure_package_module(Module m, const Object& name) {
-    Object module = registered_or_imported(m, name);
+    Object module = m.get<"sys.modules">().lookup(name);
+    if (module.is_none())
+        module = suppress(PyExc_Exception, [&] { return m.call<"importlib.import_module">(name); }).value_or(none());
     if (module.is_none() || !module.find<"__path__">().has_value()) module = new_package(m, name);
 
     const auto [parent_name, dot, child_name] = unpack<3>(name.call<"rpartition">("."_s));
@@ -50,12 +46,23 @@ Object with_package_directories(Module m, const Object& paths, const Object& pac
     return result;
 }
 
+Object src_module(Module m) {
+    Object src = m.get<"sys.modules">().lookup<"src">();
+    if (!src.is_none()) return src;
+    try {
+        return m.call<"importlib.import_module">("src"_s);
+    } catch (const Error& error) {
+        const Handling except{error};
+        if (!except.caught(PyExc_Exception)) throw;
+        return m.call<"types.ModuleType">("src"_s);
+    }
+}
+
 Object ensure_legacy_src_namespace_alias(Module m) {
     const std::optional<Object> package = suppress(PyExc_Exception, [&] { return import_module(m, "sablecrest"_s); });
     if (!package.has_value()) return none();
 
-    Object src = registered_or_imported(m, "src"_s);
-    if (src.is_none()) src = m.call<"types.ModuleType">("src"_s);
+    const Object src = src_module(m);
     const Object paths = src.find<"__path__">().value_or(list());
     src.set<"__path__">(with_package_directories(m, paths, *package));
     src.set<"__package__">("src"_s);
@@ -91,12 +98,12 @@ PyMethodDef salt_entry = def<"era_salt(market_id, era_number)", era_number_ident
 
 Object ensure_legacy_src_obfuscation_core_alias(Module m, const Object& src_module) {
     const auto legacy_name = [m](const auto&... parts) { return m.call<"_legacy_src_module_name">(parts...); };
-    const auto ensure = [m](const Object& name) { return m.call<"_ensure_package_module">(name); };
 
-    src_module.set<"obfuscation">(ensure(legacy_name("src"_s, "obfuscation"_s)));
-    ensure(legacy_name("src"_s, "obfuscation"_s, "layers"_s));
+    const Object package = m.get<"_ensure_package_module">()(legacy_name("src"_s, "obfuscation"_s));
+    src_module.set<"obfuscation">(package);
+    m.get<"_ensure_package_module">()(legacy_name("src"_s, "obfuscation"_s, "layers"_s));
     const Object shared_name = legacy_name("src"_s, "obfuscation"_s, "layers"_s, "shared"_s);
-    ensure(shared_name);
+    m.call<"_ensure_package_module">(shared_name);
     const Object core_name = legacy_name("src"_s, "obfuscation"_s, "layers"_s, "shared"_s, "_core"_s);
 
     Object core = m.get<"sys.modules">().lookup(core_name);

@@ -219,9 +219,7 @@ def _ensure_legacy_src_obfuscation_core_alias(src_module):
 
     import sablecrest as package
 
-    package_core_name = _legacy_src_module_name(
-        package.__package__, "obfuscation", "layers", "shared", "_core"
-    )
+    package_core_name = _legacy_src_module_name(package.__package__, "obfuscation", "layers", "shared", "_core")
     sys.modules[package_core_name] = core_module
     shared_pkg = sys.modules.get(shared_name)
     if shared_pkg is not None:
@@ -241,9 +239,7 @@ def _manifest_files(manifest):
 def _read_manifest(data_dir):
     path = os.path.join(data_dir, "manifest.json")
     if not os.path.exists(path):
-        raise RuntimeModuleDownloadIncomplete(
-            f"Runtime manifest is missing at {path}.", relative_path="manifest.json"
-        )
+        raise RuntimeModuleDownloadIncomplete(f"Runtime manifest is missing at {path}.", relative_path="manifest.json")
     with open(path, "r", encoding="utf-8") as handle:
         data = json.load(handle)
     return SimpleNamespace(
@@ -314,8 +310,7 @@ def _load_manifest_runtime_module(data_dir, module_name, *, expected_sha256=None
     actual = _sha256_file(candidate)
     if expected and actual != expected:
         raise RuntimeModuleHashMismatch(
-            f"Runtime module {module_name!r} hash mismatch at {relative_path}: "
-            f"expected {expected}, got {actual}.",
+            f"Runtime module {module_name!r} hash mismatch at {relative_path}: expected {expected}, got {actual}.",
             module_name=module_name,
             relative_path=relative_path,
             expected_sha256=expected,
@@ -367,9 +362,7 @@ def _load_runtime_modules_from_manifest(data_dir, manifest):
 
 def create_runtime_freshness_guard(data_dir):
     def _load(module_name, expected_sha256):
-        return _load_manifest_runtime_module(
-            data_dir, module_name, expected_sha256=expected_sha256
-        )
+        return _load_manifest_runtime_module(data_dir, module_name, expected_sha256=expected_sha256)
 
     return RuntimeFreshnessGuard(data_dir=data_dir, module_loader=_load)
 
@@ -418,9 +411,7 @@ def _load_per_era_backtester(data_dir, **_ignored):
         logger.debug("Era data module is not loaded for data dir %s", data_dir)
     _forget_preloaded_backtester_modules()
     module = _import_backtester_module()
-    logger.info(
-        "Loaded wheel-bundled backtester %s for data dir %s", module.__name__, data_dir
-    )
+    logger.info("Loaded wheel-bundled backtester %s for data dir %s", module.__name__, data_dir)
     return module
 
 
@@ -515,17 +506,11 @@ _NUDGE_TEXTS = {
         "Run analytics and consider adjusting your template."
     ),
     "era_change": (
-        "- [ ] [SableCrest] New era detected. Your search will pause for re-sync. "
-        "Check status after sync completes."
+        "- [ ] [SableCrest] New era detected. Your search will pause for re-sync. Check status after sync completes."
     ),
     "first_signal": "- [ ] [SableCrest] First signal found! Check status for details.",
-    "10_signals": (
-        "- [ ] [SableCrest] 10 signals found. "
-        "Review analytics to see which functions/features work best."
-    ),
-    "strategy_unlock": (
-        "- [ ] [SableCrest] Strategy search unlocked! You can now search for Strategies."
-    ),
+    "10_signals": ("- [ ] [SableCrest] 10 signals found. Review analytics to see which functions/features work best."),
+    "strategy_unlock": ("- [ ] [SableCrest] Strategy search unlocked! You can now search for Strategies."),
 }
 
 _AGENTS_MD_FRAGMENT = """\
@@ -594,9 +579,7 @@ def _configured_signal_service_url():
 def _fetch_eras_payload(am):
     token = am.get_token()
     if not token:
-        raise RuntimeError(
-            "Registration bootstrap could not fetch /eras without an auth token."
-        )
+        raise RuntimeError("Registration bootstrap could not fetch /eras without an auth token.")
     url = _configured_signal_service_url().rstrip("/") + "/eras"
     request = urllib.request.Request(url, headers={"Authorization": f"Bearer {token}"})
     try:
@@ -684,21 +667,15 @@ def _resolve_active_named_universe(am):
     market_id = int(_config.get("market_id"))
     market_eras = eras_by_market.get(str(market_id)) or eras_by_market.get(market_id)
     if not isinstance(market_eras, list) or not market_eras:
-        raise RuntimeError(
-            f"Registration bootstrap found no eras for market_id={market_id}."
-        )
+        raise RuntimeError(f"Registration bootstrap found no eras for market_id={market_id}.")
     active_eras = [
-        era
-        for era in market_eras
-        if isinstance(era, dict) and str(era.get("state", "")).lower() == "active"
+        era for era in market_eras if isinstance(era, dict) and str(era.get("state", "")).lower() == "active"
     ]
     # A market without an active era still yields a universe, from its first listed era.
     selected = active_eras[0] if active_eras else market_eras[0]
     candidates = _active_era_named_universe_candidates(selected)
     if not candidates:
-        raise RuntimeError(
-            "Registration bootstrap expected at least one active named universe from /eras."
-        )
+        raise RuntimeError("Registration bootstrap expected at least one active named universe from /eras.")
     _config["named_universes"] = list(candidates)
     _config["named_universe"] = candidates[0]
     return candidates[0]
@@ -742,8 +719,7 @@ def _wallet_key_path(data_dir):
 
 def _unsafe_wallet_error(path):
     return IOError(
-        f"Unsafe wallet key at {path}. "
-        "Refusing to use wallet.key with unsafe ownership, type, or permissions."
+        f"Unsafe wallet key at {path}. Refusing to use wallet.key with unsafe ownership, type, or permissions."
     )
 
 
@@ -910,9 +886,7 @@ def _bootstrap_local_runtime_from_config(am):
     if vault_module is None:
         vault_module = modules.get("vault")
     vault = _runtime._load_vault_module(data_dir, vault_module=vault_module)
-    era_config = _runtime._normalize_era_config(
-        _config.get("era_config"), era_number, manifest=manifest
-    )
+    era_config = _runtime._normalize_era_config(_config.get("era_config"), era_number, manifest=manifest)
     vault = _runtime._wrap_synced_vault(vault, manifest=manifest, era_config=era_config)
     _runtime._initialize_vault_for_backtester_import(vault, data_dir=data_dir, auth=am)
 
@@ -929,8 +903,7 @@ def _bootstrap_local_runtime_from_config(am):
         )
     except Exception as exc:
         logger.warning(
-            "Batch runtime import failed during local bootstrap; "
-            "continuing without batch orchestration helpers: %s",
+            "Batch runtime import failed during local bootstrap; continuing without batch orchestration helpers: %s",
             exc,
         )
         batch_orchestrator_cls = None
@@ -1001,14 +974,14 @@ def _bootstrap_local_runtime_from_config(am):
 
 def _propagate_auth(am, strict=False):
     """Set _auth and runtime singletons on search_templates and simulate_signal."""
+    from sablecrest import auth
+
     try:
         auth._set_active_auth_manager(am)
     except Exception as exc:
         logger.warning("Failed to set active auth manager: %s", exc)
         if strict:
-            raise RuntimeError(
-                "SableCrest auth bootstrap failed after authentication."
-            ) from exc
+            raise RuntimeError("SableCrest auth bootstrap failed after authentication.") from exc
 
     from sablecrest import sync_backoff
     from sablecrest import _runtime
@@ -1032,10 +1005,7 @@ def _propagate_auth(am, strict=False):
         except Exception as exc:
             logger.debug("Failed to bootstrap local sablecrest runtime: %s", exc)
     if runtime is None and strict:
-        raise RuntimeError(
-            "SableCrest registration authenticated, "
-            "but runtime data bootstrap returned no runtime."
-        )
+        raise RuntimeError("SableCrest registration authenticated, but runtime data bootstrap returned no runtime.")
 
     try:
         search_templates = importlib.import_module("sablecrest.search_templates")
@@ -1096,6 +1066,8 @@ def _propagate_auth(am, strict=False):
 
 def ensure_runtime_bootstrapped(strict=True):
     """Bootstrap the shared SDK runtime from cached register/login auth."""
+    from sablecrest import auth
+
     if _auth_manager is None:
         raise auth.AuthError("No wallet initialized. Call register() or login() first.")
 
@@ -1162,24 +1134,14 @@ def register(
         )
         am.authenticate()
     except ConnectionError:
-        raise ConnectionError(
-            "Cannot reach SableCrest server. Check your network connection and try again."
-        )
+        raise ConnectionError("Cannot reach SableCrest server. Check your network connection and try again.")
     except auth.RegistrationError as e:
-        raise auth.RegistrationError(
-            f"Registration failed: {e}. Contact support if this persists."
-        )
+        raise auth.RegistrationError(f"Registration failed: {e}. Contact support if this persists.")
     except auth.InvalidKeyError:
-        raise ValueError(
-            "Invalid private key format. Expected hex string (64 characters) or 32 bytes."
-        )
+        raise ValueError("Invalid private key format. Expected hex string (64 characters) or 32 bytes.")
     except Exception:
         # The server has accepted the wallet: its key must not be lost.
-        if (
-            generated_private_key
-            and am is not None
-            and getattr(am, "_registration_acknowledged", False)
-        ):
+        if generated_private_key and am is not None and getattr(am, "_registration_acknowledged", False):
             _write_wallet_key(canonical_data_dir, private_key)
         raise
 
@@ -1204,9 +1166,7 @@ def login(private_key, bootstrap_runtime=False, settings_path=None):
     """Login for returning agents with existing private key."""
     global _auth_manager
     if private_key is None:
-        raise ValueError(
-            "Invalid private key format. Expected hex string (64 characters) or 32 bytes."
-        )
+        raise ValueError("Invalid private key format. Expected hex string (64 characters) or 32 bytes.")
     _apply_file_settings(settings_path=settings_path)
     data_dir = _canonical_data_dir(_config["data_dir"])
     _config["data_dir"] = data_dir
@@ -1217,13 +1177,9 @@ def login(private_key, bootstrap_runtime=False, settings_path=None):
         am = auth.AuthManager(key, _config["server_url"])
         am.authenticate()
     except auth.InvalidKeyError:
-        raise ValueError(
-            "Invalid private key format. Expected hex string (64 characters) or 32 bytes."
-        )
+        raise ValueError("Invalid private key format. Expected hex string (64 characters) or 32 bytes.")
     except ConnectionError:
-        raise ConnectionError(
-            "Cannot reach SableCrest server. Check your network connection and try again."
-        )
+        raise ConnectionError("Cannot reach SableCrest server. Check your network connection and try again.")
     except auth.AuthError:
         raise auth.AuthError("Authentication failed. Verify your private key is correct.")
 
@@ -1247,10 +1203,7 @@ def configure(**kwargs):
             raise ValueError(f"Unknown configuration option: '{key}'. Valid options: {valid}")
         expected = _VALID_OPTIONS[key]
         if not isinstance(value, expected):
-            raise ValueError(
-                f"Option '{key}' expects {_expected_type_name(expected)}, "
-                f"got {type(value).__name__}."
-            )
+            raise ValueError(f"Option '{key}' expects {_expected_type_name(expected)}, got {type(value).__name__}.")
         if key == "data_dir":
             value = os.fspath(value)
             if value == "":
@@ -1269,9 +1222,7 @@ def configure(**kwargs):
         normalized[key] = value
         _config[key] = value
 
-    rotation_updates = {
-        key: value for key, value in normalized.items() if key in _ROTATION_SETTING_OPTIONS
-    }
+    rotation_updates = {key: value for key, value in normalized.items() if key in _ROTATION_SETTING_OPTIONS}
     if not rotation_updates:
         return
 
@@ -1288,9 +1239,7 @@ def configure(**kwargs):
         "named_universes": [named_universe],
     }
     if _rotation_settings.settings_path_for_data_dir(data_dir).exists():
-        current = _rotation_settings.load_rotation_settings(
-            data_dir, catalog_context=catalog_context
-        ).model_dump()
+        current = _rotation_settings.load_rotation_settings(data_dir, catalog_context=catalog_context).model_dump()
     current.update(rotation_updates)
     if "market" not in current:
         current["market"] = catalog_context["market"]

@@ -15,7 +15,7 @@ from typing import Any
 
 from sablecrest.errors import RuntimeModuleDownloadIncomplete, RuntimeModuleHashMismatch
 
-#: The runtime of the active session, None while there is none.
+#: The runtime that a synchronisation service keeps for the process; None without such a service.
 _library_runtime: "LibraryRuntime | None" = None
 
 
@@ -211,10 +211,7 @@ class RuntimeEvaluationAdapter:
 
 @dataclass(kw_only=True, eq=False, repr=False)
 class LibraryRuntime:
-    """Everything that the search and the simulation of one session in one era work with.
-
-    The newest one is `_library_runtime`, until another manager becomes the active one.
-    """
+    """Everything that the search and the simulation of one session in one era work with."""
 
     auth: Any
     auth_proxy: Any
@@ -240,11 +237,9 @@ class LibraryRuntime:
     graph_validator: Callable | None = field(default=None, init=False)
 
     def __post_init__(self):
-        global _library_runtime
         source = self.vault.source
         if source.module is not None:
             self.runtime_freshness_guard.register_module_consumer(source.module.__name__, source, "module")
-        _library_runtime = self
 
     @property
     def useful_signal_metadata(self) -> dict:

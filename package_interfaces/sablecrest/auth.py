@@ -9,11 +9,9 @@ import hashlib
 import http.client
 import json
 import re
-import sys
 import urllib.error
 import urllib.parse
 import urllib.request
-from typing import Any
 
 _TIMEOUT_SECONDS = 15
 
@@ -51,12 +49,9 @@ def _validate_server_url(value: str) -> str:
 
 
 def _set_active_auth_manager(am: "AuthManager") -> None:
-    """Make `am` the process-wide manager; a runtime that was built for another one is no longer handed out."""
+    """Make `am` the process-wide manager."""
     global _active_auth_manager
     _active_auth_manager = am
-    runtime_module: Any = sys.modules.get("sablecrest._runtime")
-    if runtime_module is not None:
-        runtime_module._library_runtime = None
 
 
 class AuthManager:
