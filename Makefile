@@ -42,6 +42,9 @@ lint:  ## run clang-tidy
 	tools/build
 	$(bin)/run-clang-tidy.py -quiet -p build/cp313 -clang-tidy-binary $(bin)/clang-tidy
 
+windows:  ## cross-build for 64-bit Windows and check the file
+	tools/windows_cross
+
 reference:  ## write docs/reference.md from the type stub and the docstrings
 	tools/build
 	$(on_path) $(bin)/python tools/make_reference.py
@@ -49,4 +52,4 @@ reference:  ## write docs/reference.md from the type stub and the docstrings
 clean:  ## remove everything that was set up and built
 	rm -rf build .venv dist
 
-.PHONY: help demo test sanitize stress bench format format-check lint reference clean
+.PHONY: help demo test sanitize stress bench format format-check lint windows reference clean
