@@ -9,15 +9,6 @@ bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
     return Py_UNICODE_ISSPACE(PyUnicode_READ_CHAR(string, index)) != 0;
 }
 
-/// Whether `part` stands in `string` at `offset`.
-bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexcept {
-    const Py_ssize_t size = PyUnicode_GET_LENGTH(part);
-    if (offset < 0 || offset + size > PyUnicode_GET_LENGTH(string)) return false;
-    for (Py_ssize_t i = 0; i < size; ++i)
-        if (PyUnicode_READ_CHAR(string, offset + i) != PyUnicode_READ_CHAR(part, i)) return false;
-    return true;
-}
-
 }  // namespace
 
 Object detail::concatenated(PyObject* const* texts, std::size_t count) {
@@ -44,15 +35,10 @@ Object strip(const Object& object) {
     return Object::steal(PyUnicode_Substring(string, begin, end));
 }
 
-bool starts_with(const Object& object, const Object& prefix) {
-    if (are_strings(object, prefix)) return stands_at(object.ptr(), prefix.ptr(), 0);
-    return truth(object.call<"startswith">(prefix));
-}
-
 bool ends_with(const Object& object, const Object& suffix) {
     if (are_strings(object, suffix)) {
         const Py_ssize_t offset = PyUnicode_GET_LENGTH(object.ptr()) - PyUnicode_GET_LENGTH(suffix.ptr());
-        return stands_at(object.ptr(), suffix.ptr(), offset);
+        return detail::stands_at(object.ptr(), suffix.ptr(), offset);
     }
     return truth(object.call<"endswith">(suffix));
 }

@@ -24,6 +24,15 @@ inline constexpr std::size_t field = [] {
 template <Literal L, std::size_t I>
 inline constexpr auto text_behind = part<L, field<L, I> + 2, field<L, I + 1>>;
 
+/// Whether `part` stands in `string` at `offset`.
+inline bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexcept {
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(part);
+    if (offset < 0 || offset + size > PyUnicode_GET_LENGTH(string)) return false;
+    for (Py_ssize_t i = 0; i < size; ++i)
+        if (PyUnicode_READ_CHAR(string, offset + i) != PyUnicode_READ_CHAR(part, i)) return false;
+    return true;
+}
+
 /// The texts one after the other.
 Object concatenated(PyObject* const* texts, std::size_t count);
 
@@ -50,7 +59,11 @@ inline Object join(const Object& separator, const Object& strings) {
 /// `x.strip()`, `x.startswith(prefix)`, `x.endswith(suffix)`. The methods of `str` itself cannot be rebound, so a real
 /// `str` is asked directly.
 Object strip(const Object& object);
-bool starts_with(const Object& object, const Object& prefix);
 bool ends_with(const Object& object, const Object& suffix);
+
+inline bool starts_with(const Object& object, const Object& prefix) {
+    if (are_strings(object, prefix)) return detail::stands_at(object.ptr(), prefix.ptr(), 0);
+    return truth(object.call<"startswith">(prefix));
+}
 
 }  // namespace py
