@@ -322,8 +322,6 @@ def _bootstrap_local_runtime_from_config(am: auth.AuthManager) -> LibraryRuntime
 # `sync_backoff.SyncBackoffCancelled` passes through either way.
 def _propagate_auth(am: auth.AuthManager, strict: bool = False) -> None: ...
 
-# Raises TypeError or ValueError when the universe has to be asked for and there is no market id.
-# `sync_backoff.SyncBackoffCancelled` passes through.
 def ensure_runtime_bootstrapped(strict: bool = True) -> None: ...
 
 # Registration, login and configuration

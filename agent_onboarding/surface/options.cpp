@@ -182,8 +182,9 @@ PyMethodDef functions::configuration[] = {
         "sync_http_transport (str), sync_http_chunk_bytes (int, bytes), sync_max_concurrency (int): sync limits.\n"
         "named_universe (str): data partition, one safe path segment; stored stripped.\n"
         "market_id (int): positive number of the market.\n"
-        "feature_budget_gb (int or float, gigabytes), market, named_universes (list), algorithm, family, subfamily,\n"
-        "rotation_frequency (str), rotation_seed (int): also written to the data directory's rotation settings.\n"
+        "market (str), named_universes (list of str), algorithm, family, subfamily, rotation_frequency (str),\n"
+        "rotation_seed (int), feature_budget_gb (int or float, gigabytes): also written to the data directory's rotation\n"
+        "settings.\n"
         "\n"
         "Raises ValueError for an unknown option, a value of another type, or a value out of bounds; what checking a\n"
         "server URL or writing the rotation settings raises passes through.">(),

@@ -199,14 +199,15 @@ PyMethodDef functions::bring_up[] = {
     def<"ensure_runtime_bootstrapped(strict=True)", ensure_runtime_bootstrapped,
         "Bootstrap the shared SDK runtime from cached register/login auth.\n"
         "\n"
-        "Needs a register() or login() before it. Builds the local search runtime from the data directory, unless there\n"
-        "is one, and hands it to the search and simulation modules.\n"
+        "Needs a register() or login() before it. Takes the configured universe, or else the first of the market's active\n"
+        "era, builds the search runtime, unless sablecrest._runtime keeps one, and hands it to the search and simulation\n"
+        "modules.\n"
         "\n"
-        "strict (bool): raise RuntimeError for a step that fails; otherwise the failure is logged and the rest goes\n"
-        "on.\n"
+        "strict (bool): raise RuntimeError for a step that fails; otherwise the failure is logged and the rest goes on.\n"
         "\n"
-        "Raises auth.AuthError without a register() or login(); RuntimeError when the active named universe cannot be\n"
-        "found at the signal service.">(),
+        "Raises, strict or not, auth.AuthError without a register() or login(); RuntimeError when the service gives no\n"
+        "universe; TypeError or ValueError when it has to be asked and there is no market id;\n"
+        "sync_backoff.SyncBackoffCancelled when the user cancels the synchronisation.">(),
     {}};
 
 }  // namespace agent_onboarding

@@ -56,7 +56,7 @@ PyMethodDef functions::heartbeat[] = {
     def<"inject_heartbeat(working_dir=None)", inject_heartbeat,
         "Called by register() and search_templates during search startup.\n"
         "\n"
-        "Searches the current directory (or working_dir, str or os.PathLike) and up to three parents for HEARTBEAT.md\n"
+        "Searches the current directory (or working_dir, str) and up to three parents for HEARTBEAT.md\n"
         "and appends the checklist section if it is not already present. Creates no file. Does nothing when the\n"
         "auto_heartbeat option is off. A file that cannot be read or written is logged as a warning, not raised.">(),
     {}};
