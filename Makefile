@@ -42,6 +42,10 @@ lint:  ## run clang-tidy
 	tools/build
 	$(bin)/run-clang-tidy.py -quiet -p build/cp313 -clang-tidy-binary $(bin)/clang-tidy
 
+package:  ## build sdist and wheels of the last commit twice and check them
+	tools/setup
+	@for python in .venv/cp*/bin/python; do $$python tools/check_package.py || exit; done
+
 windows:  ## cross-build for 64-bit Windows and check the file
 	tools/windows_cross
 
@@ -52,4 +56,4 @@ reference:  ## write docs/reference.md from the type stub and the docstrings
 clean:  ## remove everything that was set up and built
 	rm -rf build .venv dist
 
-.PHONY: help demo test sanitize stress bench format format-check lint windows reference clean
+.PHONY: help demo test sanitize stress bench format format-check lint package windows reference clean
