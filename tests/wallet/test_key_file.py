@@ -53,6 +53,7 @@ def with_secret(state):
 SCENARIOS = [
     *(Scenario(f"{call} {state}", with_secret(state), CALLS[call]) for state in STATES for call in ("read", "write")),
     *(Scenario(name, STATES["key"], call) for name, call in CALLS.items()),
+    Scenario("check foreign", STATES["foreign"], lambda m: m._check_wallet_fd("path", os.open(PATH, os.O_RDONLY))),
 ]
 
 

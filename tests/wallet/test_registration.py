@@ -44,13 +44,12 @@ ERRORS = (ConnectionError, auth.RegistrationError, auth.InvalidKeyError, auth.Au
 SCENARIOS = [
     scenario("new", lambda m: m.register("code", settings_path="s.yaml"), auto_heartbeat=True),
     scenario("known", lambda m: m.register(), wallet=KEY + "\n", invite_code="unused"),
+    scenario("no switch", lambda m: (m._config.pop("auto_heartbeat"), m.register()), wallet=KEY),
     scenario("options", lambda m: m.register(None, Path("other"), "7"), invite_code=" c "),
     scenario("no code", lambda m: m.register()),
     scenario("market is no number", lambda m: m.register(market_id="x")),
-    *(
-        scenario(f"runtime, market {i}", lambda m: m.register("c", bootstrap_runtime=1), market_id=i)
-        for i in ("7", "abc", 0)
-    ),
+    scenario("runtime, market given", lambda m: m.register("code", None, 7, True)),
+    *(scenario(f"runtime, market {market}", RUN, market_id=market) for market in (None, "1", "abc", 0, 1e999)),
     *(scenario(f"new, {error.__name__}", REGISTER, error) for error in ERRORS),
     scenario("new, not acknowledged", REGISTER, OSError, attributes=()),
     scenario("known, refused", REGISTER, OSError, wallet=KEY),
