@@ -1,6 +1,9 @@
 /// \file Raising, handling and translating exceptions.
 #include "python/error.hpp"
 
+#include "python/iterate.hpp"
+#include "python/text.hpp"
+
 #include <exception>
 #include <new>
 
@@ -37,8 +40,19 @@ bool Handling::caught(PyObject* type) const noexcept {
     return PyErr_GivenExceptionMatches(exception_.ptr(), type) != 0;
 }
 
+namespace {
+
+bool can_be_caught(const Object& type) {
+    if (!type.is_tuple()) return PyExceptionClass_Check(type.ptr()) != 0;
+    for (const Object& member : iterate(type))
+        if (PyExceptionClass_Check(member.ptr()) == 0) return false;
+    return true;
+}
+
+}  // namespace
+
 bool Handling::caught(const Object& type) const {
-    if (PyExceptionClass_Check(type.ptr()) == 0)
+    if (!can_be_caught(type))
         raise(PyExc_TypeError, "catching classes that do not inherit from BaseException is not allowed"_s);
     return caught(type.ptr());
 }
@@ -50,6 +64,8 @@ Object exception_instance(const Object& exception) {
     if (PyExceptionClass_Check(exception.ptr())) {
         Object instance = exception();
         if (PyExceptionInstance_Check(instance.ptr())) return instance;
+        raise(PyExc_TypeError, text<"calling {} should have returned an instance of BaseException, not {}">(
+                                   repr(exception), repr(type_of(instance))));
     }
     raise(PyExc_TypeError, "exceptions must derive from BaseException"_s);
 }

@@ -28,12 +28,11 @@ bool is_bound(Module m, const PyMethodDef& entry, Name& name) {
 Object make_class(Module m, const Object& name, const Object& attributes, PyMethodDef* methods) {
     attributes.set_item<"__module__">(m.get<"__name__">());
     attributes.set_item<"__qualname__">(name);
-    Object cls = call(reinterpret_cast<PyObject*>(&PyType_Type), name, tuple(), attributes);
+    Object cls = type(PyType_Type)(name, tuple(), attributes);
     compat::set_module(cls.ptr(), m.ptr());
-    auto* type = reinterpret_cast<PyTypeObject*>(cls.ptr());
     for (PyMethodDef* method = methods; method->ml_name != nullptr; ++method) {
-        const Object descriptor = Object::steal(PyDescr_NewMethod(type, method));
-        check(PyObject_SetAttrString(cls.ptr(), method->ml_name, descriptor.ptr()));
+        PyObject* descriptor = PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(cls.ptr()), method);
+        cls.set(from_utf8(method->ml_name), Object::steal(descriptor));
     }
     return cls;
 }

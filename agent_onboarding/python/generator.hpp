@@ -49,7 +49,7 @@ inline PyMethodDef resume_entry = def_closure<"resume()", resume<Begin, Next>>()
 /// `Begin(m, argument)`, called by the first `next`.
 template <auto Begin, auto Next>
 Object generator(Module m, const Object& argument) {
-    const Object end_marker = call(reinterpret_cast<PyObject*>(&PyBaseObject_Type));
+    const Object end_marker = type(PyBaseObject_Type)();
     const Object frame = list(end_marker, to_object(static_cast<int>(detail::Stage::created)), argument);
     const Object step = closure(m, detail::resume_entry<Begin, Next>, frame);
     return Object::steal(PyCallIter_New(step.ptr(), end_marker.ptr()));

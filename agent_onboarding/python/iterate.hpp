@@ -8,33 +8,36 @@
 
 namespace py {
 
-/// `for (Object item : iterate(iterable))`
+/// `iter(x)`, `next(iterator)`; nothing at its end.
+inline Object iterator(const Object& iterable) { return Object::steal(PyObject_GetIter(iterable.ptr())); }
+inline std::optional<Object> next(const Object& iterator) {
+    PyObject* item = PyIter_Next(iterator.ptr());
+    if (item != nullptr) return Object::steal(item);
+    if (PyErr_Occurred() != nullptr) throw_pending();
+    return std::nullopt;
+}
+
+/// `for (const Object& item : iterate(iterable))`
 class iterate {
 public:
-    explicit iterate(const Object& iterable) : iterator_(Object::steal(PyObject_GetIter(iterable.ptr()))) {}
+    explicit iterate(const Object& iterable) : iterator_(iterator(iterable)) {}
 
     class Position {
     public:
-        explicit Position(PyObject* iterator) : iterator_(iterator) { ++*this; }
+        explicit Position(const Object& iterator) : iterator_(iterator), item_(next(iterator)) {}
         Position& operator++() {
-            PyObject* item = PyIter_Next(iterator_);
-            if (item != nullptr)
-                item_ = Object::steal(item);
-            else if (PyErr_Occurred() != nullptr)
-                throw_pending();
-            else
-                item_.reset();
+            item_ = next(iterator_);
             return *this;
         }
         const Object& operator*() const { return *item_; }
         bool operator==(std::default_sentinel_t) const noexcept { return !item_.has_value(); }
 
     private:
-        PyObject* iterator_;
+        const Object& iterator_;
         std::optional<Object> item_;
     };
 
-    [[nodiscard]] Position begin() const { return Position{iterator_.ptr()}; }
+    [[nodiscard]] Position begin() const { return Position{iterator_}; }
     [[nodiscard]] static std::default_sentinel_t end() noexcept { return {}; }
 
 private:
@@ -75,6 +78,11 @@ Object set(const Items&... items) {
     return result;
 }
 inline void add(const Object& set, const Object& item) { check(PySet_Add(set.ptr(), item.ptr())); }
+
+/// `sequence[:count]`
+inline Object first(const Object& sequence, Py_ssize_t count) {
+    return Object::steal(PySequence_GetSlice(sequence.ptr(), 0, count));
+}
 
 inline Py_ssize_t size(const Object& container) { return check(PyObject_Size(container.ptr())); }
 

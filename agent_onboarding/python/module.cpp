@@ -45,10 +45,7 @@ PyObject* ModuleState::look_up(Name& name) {
 
 Object Module::look_up(Name& name) const {
     PyObject* value = state_->value(name);
-    if (value == nullptr) {
-        PyErr_Format(PyExc_NameError, "name '%U' is not defined", name.ptr());
-        throw_pending();
-    }
+    if (value == nullptr) raise(PyExc_NameError, text<"name '{}' is not defined">(name.get()), kw<"name">(name.get()));
     return Object::borrow(value);
 }
 

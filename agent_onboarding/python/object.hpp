@@ -61,6 +61,9 @@ public:
     [[nodiscard]] bool is_dict() const noexcept { return PyDict_Check(pointer_) != 0; }
     [[nodiscard]] bool is_list() const noexcept { return PyList_Check(pointer_) != 0; }
     [[nodiscard]] bool is_tuple() const noexcept { return PyTuple_Check(pointer_) != 0; }
+    [[nodiscard]] bool is_int() const noexcept { return PyLong_Check(pointer_) != 0; }
+    /// A `str` and not a subclass of it, whose methods and comparisons cannot be overridden.
+    [[nodiscard]] bool is_plain_str() const noexcept { return PyUnicode_CheckExact(pointer_) != 0; }
 
     /// `x.a.b`
     template <Literal L>
@@ -68,9 +71,12 @@ public:
     /// The attribute, where there is one.
     template <Literal L>
     [[nodiscard]] std::optional<Object> find() const;
-    /// `x.a = value`
+    /// `x.a = value`, `setattr(x, name, value)`
     template <Literal L, typename Value>
     void set(const Value& value) const;
+    void set(const Object& name, const Object& value) const {
+        check(PyObject_SetAttr(pointer_, name.pointer_, value.pointer_));
+    }
 
     /// `del x.a`
     template <Literal L>
@@ -93,6 +99,8 @@ public:
     void set_item(const Object& key, const Object& value) const {
         check(PyObject_SetItem(pointer_, key.pointer_, value.pointer_));
     }
+    /// `del x[key]`
+    void remove_item(const Object& key) const { check(PyObject_DelItem(pointer_, key.pointer_)); }
     /// `x.get(key)`, `x.get("key")`, `x.get("key", default)`
     [[nodiscard]] Object lookup(const Object& key) const;
     template <Literal L>
@@ -112,8 +120,7 @@ inline Object none() noexcept { return Object::borrow(Py_None); }
 inline const Object& to_object(const Object& object) noexcept { return object; }
 inline Object to_object(PyObject* builtin) { return Object::borrow(builtin); }
 inline Object to_object(std::same_as<bool> auto value) { return Object::borrow(value ? Py_True : Py_False); }
-template <std::integral Value>
-    requires(!std::same_as<Value, bool>)
+template <std::signed_integral Value>
 Object to_object(Value value) {
     return Object::steal(PyLong_FromLongLong(value));
 }
@@ -131,9 +138,8 @@ inline bool compare(const Object& left, int operation, const Object& right) {
     return truth(Object::steal(PyObject_RichCompare(left.ptr(), right.ptr(), operation)));
 }
 
-/// Real strings, whose comparison cannot be overridden.
 inline bool are_strings(const Object& left, const Object& right) noexcept {
-    return PyUnicode_CheckExact(left.ptr()) && PyUnicode_CheckExact(right.ptr());
+    return left.is_plain_str() && right.is_plain_str();
 }
 inline bool same_text(const Object& left, const Object& right) noexcept {
     return left.is(right) || (PyUnicode_GET_LENGTH(left.ptr()) == PyUnicode_GET_LENGTH(right.ptr()) &&
@@ -157,9 +163,9 @@ inline Object operator+(const Object& left, const Object& right) {
     return Object::steal(PyNumber_Add(left.ptr(), right.ptr()));
 }
 
-inline Object type_of(const Object& object) {
-    return Object::borrow(reinterpret_cast<PyObject*>(Py_TYPE(object.ptr())));
-}
+/// A type of the interpreter, `type(PyUnicode_Type)`, and the type of an object.
+inline Object type(PyTypeObject& builtin) { return Object::borrow(reinterpret_cast<PyObject*>(&builtin)); }
+inline Object type_of(const Object& object) { return type(*Py_TYPE(object.ptr())); }
 /// `id(x)`
 inline Object identity(const Object& object) { return Object::steal(PyLong_FromVoidPtr(object.ptr())); }
 

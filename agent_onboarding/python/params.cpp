@@ -60,7 +60,7 @@ void bind(const Binding& binding, const Arguments& arguments, PyObject** bound) 
     }
 
     if (std::find(bound, bound + binding.required, nullptr) != bound + binding.required)
-        refuse_count(binding, std::min(arguments.positional, binding.required - 1));
+        refuse_count(binding, arguments.positional);
 }
 
 }  // namespace py

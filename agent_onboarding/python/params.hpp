@@ -67,6 +67,7 @@ constexpr auto read_signature() {
         } else if (text.starts_with('*')) {
             keyword_only = true;
             signature.var_positional = text.size() > 1;
+            if (signature.var_positional && signature.count > 0) throw "*parts stand alone";
         } else {
             Parameter& parameter = signature.parameters[signature.count++];
             parameter.begin = end - text.size();
@@ -75,7 +76,10 @@ constexpr auto read_signature() {
                 read_default(parameter, text.substr(equals + 1));
             else
                 ++signature.required;
-            if (!keyword_only) ++signature.positional;
+            if (!keyword_only)
+                ++signature.positional;
+            else if (parameter.kind == Default::required)
+                throw "a keyword-only parameter has a default";
         }
         begin = end + 1;
     }

@@ -25,7 +25,7 @@ Object ensure_package_module(Module m, const Object& name) {
     const auto [parent_name, dot, child_name] = unpack<3>(name.call<"rpartition">("."_s));
     if (truth(parent_name)) {
         const Object parent = m.get<"sys.modules">().lookup(parent_name);
-        if (!parent.is_none()) check(PyObject_SetAttr(parent.ptr(), child_name.ptr(), module.ptr()));
+        if (!parent.is_none()) parent.set(child_name, module);
     }
     return module;
 }
@@ -73,24 +73,16 @@ Object ensure_legacy_src_namespace_alias(Module m) {
 }
 
 void require_positive_integer(const Object& value, const Object& name) {
-    if (PyLong_Check(value.ptr()) == 0)
+    if (!value.is_int())
         raise(PyExc_TypeError, text<"{} must be an integer, got {}">(name, type_of(value).get<"__name__">()));
     if (compare(value, Py_LE, to_object(0))) raise(PyExc_ValueError, text<"{} must be positive, got {}">(name, value));
-}
-
-void put_big_endian(const Object& number, unsigned char* bytes) {
-    unsigned long long value = PyLong_AsUnsignedLongLong(number.ptr());
-    if (value == static_cast<unsigned long long>(-1) && PyErr_Occurred() != nullptr) throw_pending();
-    for (int i = 7; i >= 0; --i, value >>= 8U) bytes[i] = static_cast<unsigned char>(value & 0xFFU);
 }
 
 Object era_number_identity_salt(Module, const Object& market_id, const Object& era_number) {
     require_positive_integer(market_id, "market_id"_s);
     require_positive_integer(era_number, "era_number"_s);
-    unsigned char salt[16];
-    put_big_endian(market_id, salt);
-    put_big_endian(era_number, salt + 8);
-    return Object::steal(PyBytes_FromStringAndSize(reinterpret_cast<const char*>(salt), sizeof salt));
+    const Object market_bytes = market_id.call<"to_bytes">(8, "big"_s);
+    return market_bytes + era_number.call<"to_bytes">(8, "big"_s);
 }
 
 PyMethodDef identity_salt_entry = def<"era_number_identity_salt(market_id, era_number)", era_number_identity_salt>();

@@ -32,8 +32,7 @@ Object read_manifest(Module m, const Object& data_dir) {
 }
 
 Object sorted_files(Module m, const Object& manifest) {
-    const Object files = sorted(m.call<"_manifest_files">(manifest).call<"items">());
-    return Object::steal(PyObject_GetIter(files.ptr()));
+    return iterator(sorted(m.call<"_manifest_files">(manifest).call<"items">()));
 }
 
 /// The module name that the entry is for, or something falsy where it is no runtime module of this platform.
@@ -47,12 +46,11 @@ Object module_name_of(Module m, const Object& relative_path, const Object& entry
 }
 
 std::optional<Object> next_entry(Module m, const Object& files) {
-    while (PyObject* next = PyIter_Next(files.ptr())) {
-        const auto [relative_path, entry] = unpack<2>(Object::steal(next));
+    while (const std::optional<Object> pair = next(files)) {
+        const auto [relative_path, entry] = unpack<2>(*pair);
         const Object module_name = module_name_of(m, relative_path, entry);
         if (truth(module_name)) return tuple(module_name, relative_path, entry);
     }
-    if (PyErr_Occurred() != nullptr) throw_pending();
     return std::nullopt;
 }
 

@@ -13,7 +13,7 @@ constexpr Py_ssize_t digest_prefix = 16;
 
 Object sha256_file(Module m, const Object& path) {
     const Object hasher = m.call<"hashlib.sha256">();
-    const Object end_of_file = Object::steal(PyBytes_FromStringAndSize(nullptr, 0));
+    const Object end_of_file = type(PyBytes_Type)();
     with(builtin("open"_s)(path, "rb"_s), [&](const Object& file) {
         Object chunk = file.call<"read">(chunk_bytes);
         while (chunk != end_of_file) {
@@ -33,7 +33,7 @@ Object directory_of_real_path(Module m, const Object& path) {
 /// A copy that exists is trusted by its name. A hard link where the file system has them.
 Object content_addressed_extension_path(Module m, const Object& module_name, const Object& path, const Object& digest) {
     const Object root = directory_of_real_path(m, path);
-    const Object prefix = Object::steal(PySequence_GetSlice(digest.ptr(), 0, digest_prefix));
+    const Object prefix = first(digest, digest_prefix);
     Object runtime_path = m.call<"os.path.join">(root, text<".sablecrest-runtime-{}-{}.so">(module_name, prefix));
     if (truth(m.call<"os.path.exists">(runtime_path))) return runtime_path;
     try {

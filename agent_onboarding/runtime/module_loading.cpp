@@ -8,15 +8,11 @@ using namespace py;
 
 namespace {
 
-Object first_fields(const Object& version_info, Py_ssize_t count) {
-    return Object::steal(PySequence_GetSlice(version_info.ptr(), 0, count));
-}
-
 /// Runtime modules are released for one interpreter version only.
 void require_release_interpreter(Module m, const Object& module_name, const Object& expected_sha256) {
-    if (first_fields(m.get<"sys.version_info">(), 2) == tuple(to_object(3), to_object(12))) return;
+    if (first(m.get<"sys.version_info">(), 2) == tuple(to_object(3), to_object(12))) return;
     const Object fields = list();
-    for (const Object& field : iterate(first_fields(m.get<"sys.version_info">(), 3))) append(fields, str(field));
+    for (const Object& field : iterate(first(m.get<"sys.version_info">(), 3))) append(fields, str(field));
     const Object reload_failed = m.get<"RuntimeModuleReloadFailed">();
     raise(
         reload_failed(text<"SableCrest release runtime modules require CPython 3.12; running CPython {}. Recreate the "

@@ -46,7 +46,7 @@ public:
         }
         const Object name = safe_named_universe(m_, value);
         if (name.is_none()) return;
-        is_direct_ = PyUnicode_CheckExact(name.ptr());
+        is_direct_ = name.is_plain_str();
         if (contains(is_direct_ ? seen_ : names_, name)) return;
         if (is_direct_) add(seen_, name);
         py::append(names_, name);

@@ -24,11 +24,11 @@ void define_option_store(Module m) {
 }
 
 void define_option_types(Module m) {
-    const Object bool_ = Object::borrow(reinterpret_cast<PyObject*>(&PyBool_Type));
-    const Object str_ = Object::borrow(reinterpret_cast<PyObject*>(&PyUnicode_Type));
-    const Object int_ = Object::borrow(reinterpret_cast<PyObject*>(&PyLong_Type));
-    const Object float_ = Object::borrow(reinterpret_cast<PyObject*>(&PyFloat_Type));
-    const Object list_ = Object::borrow(reinterpret_cast<PyObject*>(&PyList_Type));
+    const Object bool_ = type(PyBool_Type);
+    const Object str_ = type(PyUnicode_Type);
+    const Object int_ = type(PyLong_Type);
+    const Object float_ = type(PyFloat_Type);
+    const Object list_ = type(PyList_Type);
 
     const Object types = dict();
     types.set_item<"auto_heartbeat">(bool_);
@@ -51,10 +51,8 @@ void define_option_types(Module m) {
     types.set_item<"rotation_seed">(int_);
     m.set<"_VALID_OPTIONS">(types);
 
-    m.set<"_ROTATION_SETTING_OPTIONS">(
-        call(reinterpret_cast<PyObject*>(&PySet_Type),
-             tuple("feature_budget_gb"_s, "market"_s, "named_universes"_s, "algorithm"_s, "family"_s, "subfamily"_s,
-                   "rotation_frequency"_s, "rotation_seed"_s)));
+    m.set<"_ROTATION_SETTING_OPTIONS">(set("feature_budget_gb"_s, "market"_s, "named_universes"_s, "algorithm"_s,
+                                           "family"_s, "subfamily"_s, "rotation_frequency"_s, "rotation_seed"_s));
 }
 
 namespace {

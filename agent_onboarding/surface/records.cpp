@@ -7,14 +7,11 @@ using namespace py;
 
 namespace {
 
-PyObject* const str_type = reinterpret_cast<PyObject*>(&PyUnicode_Type);
-PyObject* const float_type = reinterpret_cast<PyObject*>(&PyFloat_Type);
-
 PyMethodDef no_methods[] = {{}};
 
 Object define_wallet_registration(Module m) {
     const Object annotations = dict();
-    annotations.set_item<"address">(str_type);
+    annotations.set_item<"address">(type(PyUnicode_Type));
 
     const Object attributes = dict();
     attributes.set_item<"__doc__">("Returned by register() on successful wallet creation/re-auth."_s);
@@ -31,8 +28,8 @@ PyMethodDef auth_token_methods[] = {def_method<"__repr__($self)", auth_token_rep
 
 Object define_auth_token(Module m) {
     const Object annotations = dict();
-    annotations.set_item<"token">(str_type);
-    annotations.set_item<"expires_at">(float_type);
+    annotations.set_item<"token">(type(PyUnicode_Type));
+    annotations.set_item<"expires_at">(type(PyFloat_Type));
 
     const Object attributes = dict();
     attributes.set_item<"__doc__">("Returned by login() on successful authentication."_s);
@@ -44,7 +41,7 @@ Object define_auth_token(Module m) {
 /// Generating the records' methods leaves the interpreter's built-ins in the namespace, which is not the module's to
 /// show.
 void forget_builtins(Module m) {
-    if (contains(m.globals(), "__builtins__"_s)) check(PyObject_DelItem(m.globals().ptr(), "__builtins__"_s.ptr()));
+    if (contains(m.globals(), "__builtins__"_s)) m.globals().remove_item("__builtins__"_s);
 }
 
 }  // namespace
