@@ -13,14 +13,8 @@ from sablecrest.runtime_module_freshness import RuntimeFreshnessGuard
 
 PAYLOAD = {"era_number": "12", "files": {"x": {}}, "found_signals": {"s": 1}, "found_strategies": []}
 POOLS = {"signal_pools": [{"allowed_named_universes": ["v", "u"]}], "search_limit": 3}
-#: Recorded with their arguments, like functions.
-CLASSES = [
-    "RuntimeEvaluationAdapter",
-    "LibraryRuntime",
-    "_RuntimeManifestAdapter",
-    "_EraThreadProxy",
-    "_SearchEraConfig",
-]
+#: Classes that are instantiated, which is recorded as for functions, and what is imported by name.
+MADE = ["RuntimeEvaluationAdapter", "LibraryRuntime", "_RuntimeManifestAdapter", "_EraThreadProxy", "_SearchEraConfig"]
 IMPORTED = [(search_tracking, "SearchTracker"), (obfuscation, "load_vocabulary")]
 
 
@@ -36,16 +30,15 @@ def era(payload=PAYLOAD, modules=None, without="nothing", batch=None, **options)
         module._config.update({"data_dir": "data", "named_universe": "u", "market_id": 7} | options)
         guard = RuntimeFreshnessGuard(data_dir="data", module_loader=None)
         module.create_runtime_freshness_guard = lambda data_dir: guard
-        for owner, name in [*IMPORTED, *((_runtime, name) for name in CLASSES), (module, "_LocalRuntimeSyncManager")]:
+        for owner, name in [*IMPORTED, *((_runtime, name) for name in MADE), (module, "_LocalRuntimeSyncManager")]:
             patch.setitem(vars(owner), name, as_function(getattr(owner, name)))
         if modules:
             module._load_runtime_modules_from_manifest = lambda data_dir, manifest: modules
         if batch:
             patch.setattr(_runtime, "_import_batch_runtime", lambda: batch)
         patch.setitem(sys.modules, f"sablecrest.{without}", None)
-        patch.setattr(
-            differential, "ATTRIBUTES", [*differential.ATTRIBUTES, *((*place, place[1]) for place in IMPORTED)]
-        )
+        imported = [(owner, name, name) for owner, name in IMPORTED]
+        patch.setattr(differential, "ATTRIBUTES", differential.ATTRIBUTES + imported)
         patch.setattr(Proxy, "__repr__", lambda proxy: proxy._label)
 
     return prepare

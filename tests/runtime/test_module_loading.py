@@ -5,6 +5,7 @@ import platform
 import re
 import sys
 from contextlib import nullcontext
+from functools import partial
 from pathlib import Path
 from types import ModuleType, SimpleNamespace
 
@@ -15,10 +16,8 @@ from sablecrest.errors import RuntimeModuleReloadFailed
 
 from runtime_modules.make_data_directory import BUILT_MODULES, make_data_directory, replace_file, write_manifest
 
-PIN = (
-    f"SableCrest release runtime modules require CPython 3.12; running CPython {platform.python_version()}. "
-    "Recreate the environment with python3.12 before running sablecrest start."
-)
+RUNNING = f"SableCrest release runtime modules require CPython 3.12; running CPython {platform.python_version()}."
+PIN = re.escape(f"{RUNNING} Recreate the environment with python3.12 before running sablecrest start.")
 
 
 def publish(*names, directory="data", **changes):
@@ -51,39 +50,27 @@ def case(*names, previous=None, then=lambda module, patch: None, **changes):
     return prepare
 
 
-def with_sys(**changes):
-    return lambda module, patch: setattr(module, "sys", SimpleNamespace(modules=sys.modules, path=sys.path, **changes))
-
-
 def unwritable(module, patch):
     patch.setattr(os, "link", lambda path, target: os.stat("not permitted"))
     patch.setattr(module.shutil, "copy2", lambda path, target: os.stat("not permitted"))
 
 
-def unstamped(module, patch):
-    module._load_extension_from_path = lambda name, path: SimpleNamespace()
-
-
-def without_file(module, patch):
-    [path] = Path("data/runtime").iterdir()
-    path.unlink()
+def instead(**names):
+    return lambda module, patch: vars(module).update(names)
 
 
 CASES = {
     "no digest": (case("marking", sha256=None), load),
-    "expected in vain": (case("marking"), lambda m: load(m, expected_sha256="0")),
-    "given manifest": (
-        case("marking"),
-        lambda m: load(m, manifest={"files": {"x": {"kind": "runtime_module:marking"}}}),
-    ),
-    "not listed": (case("marking", kind=""), lambda m: load(m, expected_sha256="0")),
+    "expected in vain": (case("marking"), partial(load, expected_sha256="0")),
+    "given": (case("marking"), partial(load, manifest={"files": {"nowhere": {"kind": "runtime_module:marking"}}})),
+    "not listed": (case("marking", kind=""), partial(load, expected_sha256="0")),
     "other size": (case("marking", size=1), load),
-    "no file": (case("marking", then=without_file), load),
+    "no file": (case("marking", then=lambda *_: [path.unlink() for path in Path("data/runtime").iterdir()]), load),
     "no manifest": (lambda *_: None, load),
     "unwritable": (case("marking", then=unwritable), load),
-    "unstamped": (case("marking", then=unstamped), load),
-    "pin": (case("marking", then=with_sys(version_info=(3, 13, "x", 1))), load),
-    "all": (case("vault", "era_data", "marking", "failing"), load_all),
+    "unstamped": (case("marking", then=instead(_load_extension_from_path=lambda *_: SimpleNamespace())), load),
+    "pin": (case("marking", then=instead(sys=SimpleNamespace(version_info=(3, 13, "x", 1)))), load),
+    "all": (case("vault", "era_data", "backtester", "failing"), load_all),
     "none": (case("marking", platform="other"), load_all),
 }
 
@@ -93,7 +80,9 @@ def test_outcome_is_that_of_plain_python(name, directory):
     compare(name, scenario(name, *CASES[name]), directory)
 
 
-SCENARIOS = [scenario("compiled", case("backtester", previous=ModuleType("previous")), lambda m: load(m, "backtester"))]
+SCENARIOS = [
+    scenario("compiled", case("backtester", previous=ModuleType("previous")), partial(load, name="backtester"))
+]
 
 
 def test_exception_at_any_step_of_a_load_leaves_what_was_registered(scenario, directory):
@@ -105,7 +94,7 @@ def test_exception_at_any_step_of_a_load_leaves_what_was_registered(scenario, di
 @pytest.mark.parametrize("previous", [None, ModuleType("previous")])
 @pytest.mark.parametrize("name", ["marking", "failing", "interrupted", "replacing", "replacing_and_failing"])
 def test_compiled_module_leaves_registered_what_it_does_in_plain_python(name, previous, directory):
-    trace = compare(name, scenario(name, case(name, previous=previous), lambda m: load(m, name)), directory)
+    trace = compare(name, scenario(name, case(name, previous=previous), partial(load, name=name)), directory)
     assert (f"'{name}': " in trace.state[0]) == (name != "failing")
 
 
@@ -129,9 +118,7 @@ def test_nothing_of_a_refused_file_runs(damage, tmp_path, monkeypatch):
     write_manifest(tmp_path, manifest)
     runs = IS_RELEASE and damage == "none"
     with kept():
-        with (
-            nullcontext() if runs else pytest.raises(Exception, match="hash mismatch" if IS_RELEASE else re.escape(PIN))
-        ):
+        with nullcontext() if runs else pytest.raises(Exception, match="hash mismatch" if IS_RELEASE else PIN):
             native._load_manifest_runtime_module(tmp_path, "marking")
         assert ("marking" in sys.modules, (tmp_path / "mark").exists()) == (runs, runs)
     assert len([*tmp_path.glob("runtime/.sable*")]) == runs
@@ -144,7 +131,7 @@ def test_guard_reloads_what_was_replaced_and_keeps_two_copies(tmp_path):
     with kept():
         make_data_directory(tmp_path, modules=BUILT_MODULES)
         if not IS_RELEASE:
-            with pytest.raises(RuntimeModuleReloadFailed, match=re.escape(PIN)):
+            with pytest.raises(RuntimeModuleReloadFailed, match=PIN):
                 guard.ensure_fresh()
             return
         for copy in (stale, other):

@@ -25,18 +25,14 @@ FULL.evaluator = SimpleNamespace(compute_search_plan="the plan")
 FULL.vocabularies, FULL.default_named_universe = {"u": "the vocabulary", None: "none"}, "u"
 
 
-def failing(*errors):
-    """Raises the last, each caused by the one before."""
-
+def failing(error, cause=None):
     def fail():
-        for cause, error in zip((None, *errors), errors):
-            error.__cause__ = cause
-        raise error
+        raise error from cause
 
     return fail
 
 
-def bring_up(built=None, local=FULL, manager="manager", existing=None, without=()):
+def bring_up(built=None, local=FULL, manager="manager", existing=None, without=None):
     """What builds a runtime returns the value, or calls the function."""
 
     def prepare(module, patch):
@@ -46,9 +42,9 @@ def bring_up(built=None, local=FULL, manager="manager", existing=None, without=(
         module._bootstrap_local_runtime_from_config = lambda am: local() if callable(local) else local
         module._resolve_active_named_universe = lambda am: None
         module._auth_manager = manager
-        for owner, name in without:
-            patch.delattr(owner, name)
-            patch.setitem(sys.modules, f"{owner.__name__}.{name}", None)
+        if without:
+            patch.delattr(*without)
+            patch.setitem(sys.modules, f"{without[0].__name__}.{without[1]}", None)
 
     return prepare
 
@@ -63,36 +59,29 @@ def ensure(m, strict):
 
 CASES = {
     "built": bring_up(FULL, None),
+    "local": bring_up(),
     "empty": bring_up(SimpleNamespace(vocabularies={}, evaluator=None)),
-    "not built": bring_up(failing(OSError(5, "down"), ValueError("v"), RuntimeError(" "))),
+    "not built": bring_up(failing(RuntimeError(" "), cause=ValueError("v"))),
     "cancelled": bring_up(failing(SyncBackoffCancelled("by user"))),
     "cancelled locally": bring_up(local=failing(SyncBackoffCancelled("by user"))),
     "none": bring_up(local=None),
     "nobody": bring_up(manager=None),
     "existing": bring_up(existing=FULL),
-    "no search": bring_up(existing=FULL, without=[(sablecrest, "search_templates")]),
-    "no vocabularies": bring_up(SimpleNamespace(), without=[(sablecrest, "obfuscation")]),
-    **{
-        f"no {name}": bring_up(without=[(simulate_signal, name)])
-        for name in ("_simulate_signal_export", "init_simulate_signal")
-    },
-    **{
-        name: bring_up(without=[(sablecrest, name)])
-        for name in ("auth", "sync_backoff", "search_templates", "_runtime")
-    },
+    "no search": bring_up(existing=FULL, without=(sablecrest, "search_templates")),
+    "no vocabularies": bring_up(SimpleNamespace(), without=(sablecrest, "obfuscation")),
+    **{name: bring_up(without=(sablecrest, name)) for name in ("auth", "sync_backoff", "search_templates", "_runtime")},
+    **{name: bring_up(without=(simulate_signal, name)) for name in ("_simulate_signal_export", "init_simulate_signal")},
 }
+WALKED = [("built", propagate), ("local", propagate), ("existing", ensure), ("local", ensure)]
 SCENARIOS = [
-    *(scenario(f"propagate {strict}", CASES["built"], partial(propagate, strict=strict)) for strict in (False, True)),
-    *(scenario(f"locally {strict}", bring_up(), partial(propagate, strict=strict)) for strict in (0, 1)),
-    *(scenario(f"existing {strict}", CASES["existing"], partial(ensure, strict=strict)) for strict in (False, True)),
-    scenario("ensure", bring_up(), lambda m: m.ensure_runtime_bootstrapped()),
+    scenario(f"{case} {strict}", CASES[case], partial(call, strict=strict))
+    for (case, call), strict in product(WALKED, (False, True))
 ]
 
 
 def test_every_call_and_failure_is_that_of_plain_python(scenario, directory):
-    for trace in walk(scenario, directory, FAILURES | {"cancelled": [partial(SyncBackoffCancelled, "injected")]}):
-        assert trace.outcome[0] == "raised" or "KeyboardInterrupt" not in str(trace.calls)
-    assert [*deprive(scenario, directory)]
+    disturbances = FAILURES | {"cancelled": [partial(SyncBackoffCancelled, "injected")]}
+    assert [*walk(scenario, directory, disturbances), *deprive(scenario, directory)]
 
 
 @pytest.mark.parametrize(("case", "call", "strict"), [*product(CASES, (propagate, ensure), (False, True))])
@@ -124,12 +113,9 @@ def test_registration_ends_with_results_that_change_with_the_files(module, agent
     assert not [before for before, after in zip(first, results()) if before["pnl"] == after["pnl"]]
     assert search_templates._library_runtime.era_number == 13
     assert not IS_RELEASE or search_templates._library_runtime.vault.source.module.VERSION == 2
+    secrets = module._auth_manager.get_token(), (agent.data / "wallet.key").read_text()
     told = caplog.text + repr([vars(runtime), module._auth_manager, runtime])
-    assert not [
-        secret
-        for secret in (module._auth_manager.get_token(), (agent.data / "wallet.key").read_text())
-        if secret in told
-    ]
+    assert not [secret for secret in secrets if secret in told]
 
 
 @pytest.mark.parametrize("error", [Exception, KeyboardInterrupt])
@@ -145,8 +131,7 @@ def test_bring_up_succeeds_after_a_failure_at_each_step(error, module, agent, di
     def again(m):
         try:
             m.ensure_runtime_bootstrapped()
-        except (RuntimeError, error) as failure:
-            m.logger.info("failed: %s", failure)
+        except (RuntimeError, error):
             m.ensure_runtime_bootstrapped()
         return m.results()
 
