@@ -43,9 +43,17 @@ PyObject* ModuleState::look_up(Name& name) {
     return value;
 }
 
+namespace {
+
+[[noreturn]] void refuse_name(const Object& name) {
+    raise(PyExc_NameError, text<"name '{}' is not defined">(name), kw<"name">(name));
+}
+
+}  // namespace
+
 Object Module::look_up(Name& name) const {
     PyObject* value = state_->value(name);
-    if (value == nullptr) raise(PyExc_NameError, text<"name '{}' is not defined">(name.get()), kw<"name">(name.get()));
+    if (value == nullptr) refuse_name(name.get());
     return Object::borrow(value);
 }
 
@@ -65,7 +73,9 @@ Object Module::call_path(Path path, const detail::Stack& stack) const {
 
 Object builtin(const Object& name) {
     const Object builtins = Object::steal(PyImport_GetModule("builtins"_s.ptr()));
-    return Object::steal(PyObject_GetAttr(builtins.ptr(), name.ptr()));
+    PyObject* value = nullptr;
+    if (check(compat::find_attribute(builtins.ptr(), name.ptr(), &value)) == 0) refuse_name(name);
+    return Object::steal(value);
 }
 
 Object import_module(Module m, const Object& name, const Object& from_list) {
