@@ -5,6 +5,7 @@ from contextlib import contextmanager
 from types import SimpleNamespace
 
 from differential import Proxy, Scenario, native
+from sablecrest.errors import RuntimeModuleError
 
 IS_RELEASE = sys.version_info[:2] == (3, 12)
 #: How the names of the modules begin that tests register or change.
@@ -46,6 +47,9 @@ def scenario(name, prepare, call):
         with kept() as before:
             try:
                 return call(module)
+            except RuntimeModuleError as error:
+                error.args += (vars(error),)  # to be seen in the trace
+                raise
             finally:
                 names = sorted({*registered(), *before})
                 now = {name: sys.modules.get(name) for name in names if sys.modules.get(name) is not before.get(name)}

@@ -71,6 +71,7 @@ CASES = {
     "unstamped": (case("marking", then=instead(_load_extension_from_path=lambda *_: SimpleNamespace())), load),
     "pin": (case("marking", then=instead(sys=SimpleNamespace(version_info=(3, 13, "x", 1)))), load),
     "all": (case("vault", "era_data", "backtester", "failing"), load_all),
+    "twice": (case("marking", "replacing", kind="runtime_module:marking"), load_all),
     "none": (case("marking", platform="other"), load_all),
 }
 
