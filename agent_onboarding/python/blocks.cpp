@@ -11,7 +11,7 @@ Object special_method(const Object& object, const Object& name, const char* refu
         const Object namespace_ = Object::steal(PyType_GetDict(reinterpret_cast<PyTypeObject*>(base.ptr())));
         PyObject* found = nullptr;
         if (check(compat::find_item(namespace_.ptr(), name.ptr(), &found)) == 0) continue;
-        const Object method = Object::steal(found);
+        Object method = Object::steal(found);
         const descrgetfunc bind = Py_TYPE(found)->tp_descr_get;
         if (bind == nullptr) return method;
         return Object::steal(bind(found, object.ptr(), reinterpret_cast<PyObject*>(type)));

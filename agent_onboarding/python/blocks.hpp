@@ -38,16 +38,16 @@ Object special_method(const Object& object, const Object& name, const char* refu
 
 /// `with manager as value: return body(value)`; None where the manager swallows the exception of the body.
 template <typename Body>
-Object with(const Object& manager, Body body) {
+Object with(const Object& manager, const Body& body) {
     const Object enter =
         special_method(manager, "__enter__"_s, "'%.200s' object does not support the context manager protocol");
     const Object exit =
         special_method(manager, "__exit__"_s,
                        "'%.200s' object does not support the context manager protocol (missed __exit__ method)");
-    Object value = enter();
+    const Object value = enter();
     Object result = none();
     try {
-        result = body(std::move(value));
+        result = body(value);
     } catch (const Error& error) {
         const Handling except{error};
         if (truth(exit(type_of(error.value()), error.value(), error.traceback()))) return none();

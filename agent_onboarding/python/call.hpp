@@ -54,7 +54,7 @@ consteval auto joined_keywords() {
     for (const std::string_view name : {keyword_text<Arguments>()...}) {
         if (name.empty()) continue;
         if (end != text) *end++ = ',';
-        end = std::copy(name.begin(), name.end(), end);
+        end = std::ranges::copy(name, end).out;
     }
     return Literal{text};
 }

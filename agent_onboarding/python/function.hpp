@@ -21,7 +21,7 @@ PyObject* guarded(Body body) noexcept {
 namespace detail {
 
 template <Literal L, std::size_t... I>
-inline constexpr Name* parameter_names[] = {&string_name<parameter_name<L, I>>..., nullptr};
+inline constexpr Name* parameter_names[sizeof...(I) + 1] = {&string_name<parameter_name<L, I>>..., nullptr};
 
 template <Literal L>
 inline constexpr Binding binding = []<std::size_t... I>(std::index_sequence<I...>) {
@@ -46,11 +46,11 @@ Object argument(PyObject* bound) {
 template <Literal L, typename Body>
 Object call_bound(const Arguments& arguments, Body body) {
     constexpr auto line = signature<L>;
-    std::array<PyObject*, line.count + 1> places;
+    PyObject* places[line.count + 1];
     PyObject* const* bound = arguments.values;
     if (line.count != line.positional || arguments.positional != line.count || arguments.keywords != nullptr) {
-        bind(binding<L>, arguments, places.data());
-        bound = places.data();
+        bind(binding<L>, arguments, places);
+        bound = places;
     }
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
         if constexpr (line.var_positional)
@@ -102,9 +102,9 @@ template <Literal L, Literal Doc>
 consteval auto documentation() {
     constexpr std::string_view separator = "\n--\n\n";
     char text[L.view().size() + separator.size() + Doc.view().size() + 1]{};
-    char* end = std::copy(L.view().begin(), L.view().end(), text);
-    end = std::copy(separator.begin(), separator.end(), end);
-    std::copy(Doc.view().begin(), Doc.view().end(), end);
+    char* end = std::ranges::copy(L.view(), text).out;
+    end = std::ranges::copy(separator, end).out;
+    std::ranges::copy(Doc.view(), end);
     return Literal{text};
 }
 

@@ -29,6 +29,7 @@ public:
             item_ = next(iterator_);
             return *this;
         }
+        // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the loop has compared with the end
         const Object& operator*() const { return *item_; }
         bool operator==(std::default_sentinel_t) const noexcept { return !item_.has_value(); }
 
@@ -50,7 +51,7 @@ inline Object dict() { return Object::steal(PyDict_New()); }
 template <std::same_as<Object>... Items>
 Object list(const Items&... items) {
     Object result = Object::steal(PyList_New(sizeof...(items)));
-    [[maybe_unused]] Py_ssize_t i = 0;
+    [[maybe_unused]] Py_ssize_t i = 0;  // NOLINT(misc-const-correctness): only an empty list leaves it as it is
     (PyList_SET_ITEM(result.ptr(), i++, Py_NewRef(items.ptr())), ...);
     return result;
 }

@@ -36,7 +36,7 @@ PyObject* ModuleState::look_up(Name& name) {
     Py_DECREF(value);  // the namespace keeps it
     if (watcher_ < 0) return value;
     if (!is_current()) {
-        std::fill(std::begin(values_), std::end(values_), nullptr);
+        std::ranges::fill(values_, nullptr);
         values_epoch_ = epoch_;
     }
     values_[name.index()] = value;
@@ -58,7 +58,7 @@ Object Module::look_up(Name& name) const {
 }
 
 Object Module::get_path(Path path) const {
-    Object value = look_up(*path.front());
+    const Object value = look_up(*path.front());
     return path.size() == 1 ? value : detail::get_path(value.ptr(), path.subspan(1));
 }
 

@@ -63,7 +63,7 @@ using Path = std::span<Name* const>;
 namespace detail {
 
 template <Literal L, std::size_t... I>
-inline constexpr Name* path_names[] = {&string_name<segment<L, I>>...};
+inline constexpr Name* path_names[sizeof...(I)] = {&string_name<segment<L, I>>...};
 
 template <Literal L, std::size_t... I>
 consteval Path make_path(std::index_sequence<I...>) {

@@ -114,7 +114,7 @@ private:
     PyObject* pointer_;
 };
 
-inline Object none() noexcept { return Object::borrow(Py_None); }
+inline Object none() { return Object::borrow(Py_None); }
 
 /// What a call may be given as it is.
 inline const Object& to_object(const Object& object) noexcept { return object; }

@@ -7,8 +7,8 @@ namespace agent_onboarding {
 using namespace py;
 
 void define_backtester_names(Module m) {
-    const Object name = "sablecrest.simulator_engine.backtest"_s;
-    const Object parent = "sablecrest.simulator_engine"_s;
+    const Object& name = "sablecrest.simulator_engine.backtest"_s;
+    const Object& parent = "sablecrest.simulator_engine"_s;
     m.set<"_BACKTEST_MODULE_NAMES">(tuple(name, name, name));
     m.set<"_BACKTEST_PARENT_MODULE_NAMES">(tuple(parent, parent, parent));
 }

@@ -31,7 +31,7 @@ struct Universe {
         vocabularies.set_item(name, vocabulary);
     }
 
-    void add_features(Module m, const Object& data_dir, const Object& runtime_module, const Object& era_config) {
+    void add_features(Module m, const Object& data_dir, const Object& runtime_module, const Object& era_config) const {
         if (!truth(name)) return;
         feature_dirs.set_item(name, m.call<"os.path.join">(data_dir, "features"_s, name));
         const Object adapter = runtime_module.get<"_RuntimeManifestAdapter">();
@@ -64,7 +64,7 @@ Object manifest_namespace(Module m, const Object& manifest, const Object& payloa
 }
 
 Object vault_module(const Object& modules) {
-    Object module = modules.lookup<"era_data">();
+    const Object module = modules.lookup<"era_data">();
     return module.is_none() ? modules.lookup<"vault">() : module;
 }
 

@@ -58,7 +58,7 @@ Object fetch_eras_payload(Module m, const Object& am) {
 }
 
 Object first_truthy(const Object& mapping, const Object& key, const Object& other_key) {
-    Object value = mapping.lookup(key);
+    const Object value = mapping.lookup(key);
     return truth(value) ? value : mapping.lookup(other_key);
 }
 
@@ -86,7 +86,7 @@ Object select_era(const Object& eras) {
 }
 
 Object resolve_active_named_universe(Module m, const Object& am) {
-    const Object configured = m.get<"_safe_named_universe">()(option<"named_universe">(m));
+    Object configured = m.get<"_safe_named_universe">()(option<"named_universe">(m));
     if (truth(configured)) {
         set_option<"named_universe">(m, configured);
         return configured;

@@ -104,7 +104,7 @@ void restore_registration(Module m, const Object& module_name, const Object& mod
 Object load_extension_from_path(Module m, const Object& module_name, const Object& path) {
     const Object digest = m.call<"_sha256_file">(path);
     const Object runtime_path = m.call<"_content_addressed_extension_path">(module_name, path, digest);
-    const Object previous = m.get<"sys.modules">().lookup(module_name);
+    Object previous = m.get<"sys.modules">().lookup(module_name);
     if (is_loaded_copy(previous, runtime_path, digest)) return previous;
 
     const Object import_spec = m.call<"importlib.util.spec_from_file_location">(module_name, runtime_path);
