@@ -6,7 +6,7 @@
 
 namespace py {
 
-ModuleState::ModuleState(PyObject* globals) noexcept : globals_(globals), watcher_(PyDict_AddWatcher(begin_epoch)) {
+ModuleState::ModuleState(PyObject* globals) noexcept : watcher_(PyDict_AddWatcher(begin_epoch)) {
     if (watcher_ >= 0 && PyDict_Watch(watcher_, globals) == 0) return;
     PyErr_Clear();
     watcher_ = -1;
@@ -22,7 +22,7 @@ void ModuleState::begin(PyObject* module) noexcept {
 
 void ModuleState::release(void* module) noexcept {
     auto* state = static_cast<ModuleState*>(PyModule_GetState(static_cast<PyObject*>(module)));
-    if (state != nullptr && state->globals_ != nullptr) std::destroy_at(state);
+    if (state != nullptr && state->watcher_ != 0) std::destroy_at(state);
 }
 
 int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) noexcept {
@@ -30,9 +30,10 @@ int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*)
     return 0;
 }
 
-PyObject* ModuleState::look_up(Name& name) {
+PyObject* ModuleState::look_up(PyObject* module, Name& name) {
+    PyObject* globals = PyModule_GetDict(module);  // null once the garbage collector has cleared the module
     PyObject* value = nullptr;
-    if (check(compat::find_item(globals_, name.ptr(), &value)) == 0) return nullptr;
+    if (globals == nullptr || check(compat::find_item(globals, name.ptr(), &value)) == 0) return nullptr;
     Py_DECREF(value);  // the namespace keeps it
     if (watcher_ < 0) return value;
     if (!is_current()) {
@@ -52,7 +53,7 @@ namespace {
 }  // namespace
 
 Object Module::look_up(Name& name) const {
-    PyObject* value = state_->value(name);
+    PyObject* value = find(name);
     if (value == nullptr) refuse_name(name.get());
     return Object::borrow(value);
 }

@@ -21,12 +21,11 @@ public:
     /// For the module definition's m_free.
     static void release(void* module) noexcept;
 
-    [[nodiscard]] PyObject* globals() const noexcept { return globals_; }
     [[nodiscard]] Object* names() noexcept { return names_; }
-    /// What the namespace binds to the name, borrowed from it; null where it does not bind it.
-    [[nodiscard]] PyObject* value(Name& name) {
+    /// What the module's namespace binds to the name, borrowed from it; null where it does not bind it.
+    [[nodiscard]] PyObject* value(PyObject* module, Name& name) {
         PyObject* value = is_current() ? values_[name.index()] : nullptr;
-        return value != nullptr ? value : look_up(name);
+        return value != nullptr ? value : look_up(module, name);
     }
 
 private:
@@ -35,10 +34,9 @@ private:
     static int begin_epoch(PyDict_WatchEvent event, PyObject* globals, PyObject* name, PyObject* value) noexcept;
 
     [[nodiscard]] bool is_current() const noexcept { return values_epoch_ == epoch_.load(std::memory_order_relaxed); }
-    PyObject* look_up(Name& name);
+    PyObject* look_up(PyObject* module, Name& name);
 
-    PyObject* globals_;  // borrowed from the module
-    int watcher_;        // negative where the interpreter has none left: then nothing is remembered
+    int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
     std::uint64_t values_epoch_ = 0;
     PyObject* values_[name_capacity]{};
     Object names_[name_capacity];
@@ -53,9 +51,9 @@ public:
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
     [[nodiscard]] Object* names() const noexcept { return state_->names(); }
     /// What the module binds to the name, borrowed; null where it does not bind it.
-    [[nodiscard]] PyObject* find(Name& name) const { return state_->value(name); }
+    [[nodiscard]] PyObject* find(Name& name) const { return state_->value(module_, name); }
     /// `globals()`
-    [[nodiscard]] Object globals() const { return Object::borrow(state_->globals()); }
+    [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }
 
     /// `name` or `name.attribute`; a NameError where the module does not bind the name.
     template <Literal L>
@@ -70,7 +68,7 @@ public:
     /// `name = value`
     template <Literal L, typename Value>
     void set(const Value& value) const {
-        check(PyDict_SetItem(state_->globals(), string_name<L>.ptr(), to_object(value).ptr()));
+        globals().set_item(string_name<L>.get(), to_object(value));
     }
     /// `name(…)`, `name.attribute(…)`
     template <Literal L, typename... Arguments>
