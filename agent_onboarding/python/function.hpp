@@ -53,9 +53,9 @@ Object call_bound(const Arguments& arguments, Body body) {
         bound = places;
     }
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
-        if constexpr (line.var_positional)
+        if constexpr (signature<L>.var_positional)
             return body(argument<L, I>(bound[I])..., positional_tuple(arguments));
-        else if constexpr (line.var_keywords)
+        else if constexpr (signature<L>.var_keywords)
             return body(argument<L, I>(bound[I])..., Keywords{binding<L>, arguments});
         else
             return body(argument<L, I>(bound[I])...);
