@@ -321,7 +321,6 @@ def _bootstrap_local_runtime_from_config(am: auth.AuthManager) -> LibraryRuntime
 # With `strict` a step that fails raises RuntimeError, without it is logged and the rest goes on.
 # `sync_backoff.SyncBackoffCancelled` passes through either way.
 def _propagate_auth(am: auth.AuthManager, strict: bool = False) -> None: ...
-
 def ensure_runtime_bootstrapped(strict: bool = True) -> None: ...
 
 # Registration, login and configuration
