@@ -28,6 +28,15 @@ def aged(*copies, size=1):
     return prepare
 
 
+def refusing(*names):
+    """A volume without hard links, files that are in use."""
+
+    def refuse(*_):
+        raise PermissionError(13, "refused")
+
+    return lambda m, patch: (aged(*COPIES)(m, patch), [patch.setattr(os, name, refuse) for name in names])
+
+
 def copy_twice(m):
     return [m._content_addressed_extension_path("m", "link/m.so", m._sha256_file("data/m.so")) for _ in range(2)]
 
@@ -43,6 +52,8 @@ SCENARIOS = [
     Scenario("prune around one in the middle", aged(*COPIES), lambda m: prune(m, "m-3.so", max_copies=3)),
     Scenario("prune all but another", aged(*COPIES), lambda m: prune(m, "n-1.so", max_copies=0)),
     Scenario("prune few", aged("m-1.so"), lambda m: prune(m, max_copies=3)),
+    Scenario("copy without links", refusing("link"), copy_twice),
+    Scenario("copy and prune what is in use", refusing("link", "unlink"), lambda m: (copy_twice(m), prune(m))),
     Scenario("prune nowhere", aged(), lambda m: m._prune_runtime_extension_copies("m", "nowhere/m")),
 ]
 

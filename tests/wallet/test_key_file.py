@@ -40,6 +40,10 @@ STATES = SWAPS | {
     "key": lambda *_: write(PATH, f" {KEY} \n"),
     "public": lambda *_: write(PATH, KEY, 0o644),
     "foreign": lambda m, patch: (write(PATH, KEY), patch.setattr(os, "getuid", lambda: 12345)),
+    "as on Windows": lambda m, patch: (
+        write(PATH, KEY),
+        [patch.delattr(os, n) for n in ("getuid", "O_NOFOLLOW", "fchmod")],
+    ),
     "undecodable": lambda *_: write(PATH, "\udcff"),
     "file above": lambda *_: write("data"),
     "path object": lambda m, _: (write(PATH), setattr(m, "resolve_data_dir", lambda data_dir, ensure: Path("data"))),
