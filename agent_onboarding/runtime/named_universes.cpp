@@ -33,7 +33,7 @@ Object append_allowed_named_universes(Module m, const Object& values, const Obje
 /// way to the module's own functions once one of them is rebound, and to a search of the list for odd strings.
 class Candidates {
 public:
-    explicit Candidates(Module m) noexcept : m_(m) {}
+    explicit Candidates(Module m) : m_(m) {}
 
     [[nodiscard]] const Object& names() const noexcept { return names_; }
 
