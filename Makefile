@@ -18,10 +18,6 @@ test:  ## run the tests
 sanitize:  ## run the tests under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
 	tools/test sanitize
 
-stress:  ## run the long tests
-	tools/build
-	$(on_path) $(bin)/python -X dev -W error -m pytest stress
-
 bench:  ## compare the speed with plain Python
 	tools/build
 	$(on_path) $(bin)/python benchmarks/benchmark.py
@@ -56,4 +52,4 @@ reference:  ## write docs/reference.md from the type stub and the docstrings
 clean:  ## remove everything that was set up and built
 	rm -rf build .venv dist
 
-.PHONY: help demo test sanitize stress bench format format-check lint package windows reference clean
+.PHONY: help demo test sanitize bench format format-check lint package windows reference clean
