@@ -12,7 +12,7 @@ constexpr const char* documentation = "Agent onboarding subcomponent -- register
 /// The interpreter's own dictionary remembers that the module was initialised; only success counts.
 class OncePerInterpreter {
 public:
-    OncePerInterpreter() : remembered_(Object::borrow(PyInterpreterState_GetDict(PyInterpreterState_Get()))) {
+    OncePerInterpreter() : remembered_(interpreter_dict()) {
         if (contains(remembered_, "sablecrest.agent_onboarding"_s))
             raise(PyExc_RuntimeError,
                   "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."_s);
@@ -20,6 +20,13 @@ public:
     void remember() const { remembered_.set_item<"sablecrest.agent_onboarding">(true); }
 
 private:
+    /// The interpreter answers with null, and sets no exception, when it has no memory for the dictionary.
+    static Object interpreter_dict() {
+        PyObject* dict = PyInterpreterState_GetDict(PyInterpreterState_Get());
+        if (dict == nullptr) PyErr_NoMemory();
+        return Object::borrow(dict);
+    }
+
     Object remembered_;
 };
 
