@@ -51,20 +51,20 @@ PyModuleDef_Slot slots[] = {
     {0, nullptr},
 };
 
-PyModuleDef definition = {
-    .m_base = PyModuleDef_HEAD_INIT,
-    .m_name = "agent_onboarding",
-    .m_doc = documentation,
-    .m_size = sizeof(py::ModuleState),
-    .m_methods = nullptr,
-    .m_slots = slots,
-    .m_traverse = nullptr,
-    .m_clear = nullptr,
-    .m_free = ModuleState::release,
-};
-
 }  // namespace
 
 }  // namespace agent_onboarding
 
-PyMODINIT_FUNC PyInit_agent_onboarding() { return PyModuleDef_Init(&agent_onboarding::definition); }
+PyModuleDef py::module_definition = {
+    .m_base = PyModuleDef_HEAD_INIT,
+    .m_name = "agent_onboarding",
+    .m_doc = agent_onboarding::documentation,
+    .m_size = sizeof(py::ModuleState),
+    .m_methods = nullptr,
+    .m_slots = agent_onboarding::slots,
+    .m_traverse = nullptr,
+    .m_clear = nullptr,
+    .m_free = py::ModuleState::release,
+};
+
+PyMODINIT_FUNC PyInit_agent_onboarding() { return PyModuleDef_Init(&py::module_definition); }

@@ -12,10 +12,12 @@ template <typename Body>
 PyObject* guarded(Body body) noexcept {
     try {
         return body().release();
+    } catch (const Error& error) {  // not left to the other handler, which throws anew to tell exceptions apart
+        error.restore();
     } catch (...) {
         translate_exception();
-        return nullptr;
     }
+    return nullptr;
 }
 
 namespace detail {
@@ -31,15 +33,16 @@ inline constexpr Binding binding = []<std::size_t... I>(std::index_sequence<I...
 }(std::make_index_sequence<signature<L>.count>{});
 
 template <Literal L, std::size_t I>
-Object argument(PyObject* bound) {
+auto argument(PyObject* bound) {
     constexpr Parameter parameter = signature<L>.parameters[I];
-    if (parameter.kind == Default::required || bound != nullptr) return Object::borrow(bound);
     if constexpr (parameter.kind == Default::integer)
-        return to_object(parameter.number);
+        return bound != nullptr ? Object::borrow(bound) : to_object(parameter.number);
     else if constexpr (parameter.kind == Default::none)
-        return none();
+        return Borrowed{bound != nullptr ? bound : Py_None};
+    else if constexpr (parameter.kind == Default::required)
+        return Borrowed{bound};
     else
-        return to_object(parameter.kind == Default::true_);
+        return Borrowed{bound != nullptr ? bound : parameter.kind == Default::true_ ? Py_True : Py_False};
 }
 
 /// Calls the body with the parameters in order, then `*parts` or `**kwargs` where the signature has them.
@@ -48,7 +51,9 @@ Object call_bound(const Arguments& arguments, Body body) {
     constexpr auto line = signature<L>;
     PyObject* places[line.count + 1];
     PyObject* const* bound = arguments.values;
-    if (line.count != line.positional || arguments.positional != line.count || arguments.keywords != nullptr) {
+    constexpr bool all_by_position = line.var_positional || line.count == line.positional;
+    const bool is_complete = line.var_positional || arguments.positional == line.count;
+    if (!all_by_position || !is_complete || arguments.keywords != nullptr) {
         bind(binding<L>, arguments, places);
         bound = places;
     }
@@ -64,12 +69,11 @@ Object call_bound(const Arguments& arguments, Body body) {
 
 /// Runs `Function(m, leading…, parameters…)` for one call of the interpreter.
 template <Literal L, auto Function>
-PyObject* enter(Module m, const Arguments& arguments, std::same_as<PyObject*> auto... leading) noexcept {
+PyObject* enter(Module m, const Arguments& arguments, const std::same_as<Object> auto&... leading) noexcept {
     const UseNames names{m};
     return guarded([&] {
-        return call_bound<L>(arguments, [&](const auto&... parameters) {
-            return Function(m, Object::borrow(leading)..., parameters...);
-        });
+        return call_bound<L>(arguments,
+                             [&](const auto&... parameters) { return Function(m, leading..., parameters...); });
     });
 }
 
@@ -79,21 +83,24 @@ PyObject* function_trampoline(PyObject* module, PyObject* const* values, Py_ssiz
     return enter<L, Function>(Module{module}, Arguments{values, static_cast<std::size_t>(positional), keywords});
 }
 
-/// `self` is a pair of the module and what the closure has captured.
+/// `self` is a pair of the module and what the closure has captured, which an iterator may drop while it is called.
 template <Literal L, auto Function>
 PyObject* closure_trampoline(PyObject* self, PyObject* const* values, Py_ssize_t positional,
                              PyObject* keywords) noexcept {
     const Module m{PyTuple_GET_ITEM(self, 0)};
     return enter<L, Function>(m, Arguments{values, static_cast<std::size_t>(positional), keywords},
-                              PyTuple_GET_ITEM(self, 1));
+                              Object::borrow(PyTuple_GET_ITEM(self, 1)));
 }
 
 /// `self` is no part of the parameters; the signature line has it as "$self".
 template <Literal L, auto Function>
-PyObject* method_trampoline(PyObject* self, PyTypeObject* defining_class, PyObject* const* values,
-                            Py_ssize_t positional, PyObject* keywords) noexcept {
-    const Module m{PyType_GetModule(defining_class)};
-    return enter<L, Function>(m, Arguments{values, static_cast<std::size_t>(positional), keywords}, self);
+PyObject* method_trampoline(PyObject* self, PyObject* const* values, Py_ssize_t positional,
+                            PyObject* keywords) noexcept {
+    PyObject* module = PyType_GetModuleByDef(Py_TYPE(self), &module_definition);
+    if (module == nullptr) return nullptr;
+    const Borrowed receiver{self};
+    return enter<L, Function>(Module{module}, Arguments{values, static_cast<std::size_t>(positional), keywords},
+                              static_cast<const Object&>(receiver));
 }
 
 /// "name(parameters)", a line "--" and an empty line stand before the docstring, which is where the interpreter reads
@@ -112,9 +119,9 @@ template <Literal L, Literal Doc>
 inline constexpr auto documentation_text = documentation<L, Doc>();
 
 template <Literal L, Literal Doc, typename Trampoline>
-PyMethodDef table_entry(Trampoline trampoline, int flags) noexcept {
+PyMethodDef table_entry(Trampoline trampoline) noexcept {
     return {function_name<L>.text, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(trampoline)),
-            METH_FASTCALL | METH_KEYWORDS | flags, documentation_text<L, Doc>.text};
+            METH_FASTCALL | METH_KEYWORDS, documentation_text<L, Doc>.text};
 }
 
 }  // namespace detail
@@ -122,17 +129,17 @@ PyMethodDef table_entry(Trampoline trampoline, int flags) noexcept {
 /// The table entry of a function: `def<"name(first, second=None)", function, "Docstring.">()`.
 template <Literal L, auto Function, Literal Doc = "">
 PyMethodDef def() noexcept {
-    return detail::table_entry<L, Doc>(&detail::function_trampoline<L, Function>, 0);
+    return detail::table_entry<L, Doc>(&detail::function_trampoline<L, Function>);
 }
 /// The same for a function that `closure` makes: behind the module it takes what was captured.
 template <Literal L, auto Function>
 PyMethodDef def_closure() noexcept {
-    return detail::table_entry<L, "">(&detail::closure_trampoline<L, Function>, 0);
+    return detail::table_entry<L, "">(&detail::closure_trampoline<L, Function>);
 }
 /// The same for a method, `def_method<"name($self, first)", method>()`: behind the module it takes `self`.
 template <Literal L, auto Function>
 PyMethodDef def_method() noexcept {
-    return detail::table_entry<L, "">(&detail::method_trampoline<L, Function>, METH_METHOD);
+    return detail::table_entry<L, "">(&detail::method_trampoline<L, Function>);
 }
 
 /// `name = function` for each entry of the table, in order.

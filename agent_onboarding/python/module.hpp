@@ -42,6 +42,9 @@ private:
     Object names_[name_capacity];
 };
 
+/// The definition of this extension module, by which the methods of its classes find it.
+extern PyModuleDef module_definition;
+
 /// The module whose function runs; whoever called the function keeps it alive.
 class Module {
 public:

@@ -109,9 +109,28 @@ public:
     [[nodiscard]] Object lookup(const Default& otherwise) const;
 
 private:
+    friend class Borrowed;
     explicit Object(PyObject* pointer) noexcept : pointer_(pointer) {}
 
     PyObject* pointer_;
+};
+
+/// An object that somebody else keeps alive while it is used, as a caller does with its arguments. Taking a reference
+/// and dropping it again within a few instructions would stall the processor for longer than a short function runs.
+class Borrowed {
+public:
+    explicit Borrowed(PyObject* pointer) noexcept : object_(pointer) {}
+    ~Borrowed() {}
+    Borrowed(const Borrowed&) = delete;
+    Borrowed& operator=(const Borrowed&) = delete;
+
+    // NOLINTNEXTLINE(google-explicit-constructor): it stands in for the object
+    operator const Object&() const noexcept { return object_; }
+
+private:
+    union {
+        Object object_;  // never destroyed
+    };
 };
 
 inline Object none() { return Object::borrow(Py_None); }

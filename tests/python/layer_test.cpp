@@ -67,10 +67,10 @@ PyModuleDef_Slot slots[] = {
     {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED},
     {0, nullptr}};
 
-PyModuleDef definition = {
+}  // namespace
+
+PyModuleDef py::module_definition = {
     PyModuleDef_HEAD_INIT, "layer_test", nullptr, sizeof(ModuleState), functions, slots, nullptr, nullptr,
     ModuleState::release};
 
-}  // namespace
-
-PyMODINIT_FUNC PyInit_layer_test() { return PyModuleDef_Init(&definition); }
+PyMODINIT_FUNC PyInit_layer_test() { return PyModuleDef_Init(&module_definition); }
