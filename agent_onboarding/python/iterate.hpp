@@ -20,13 +20,13 @@ inline std::optional<Object> next(const Object& iterator) {
 /// `for (const Object& item : iterate(iterable))`
 class iterate {
 public:
-    explicit iterate(const Object& iterable) : iterator_(iterator(iterable)) {}
+    explicit iterate(const Object& iterable) : source_(is_plain(iterable) ? iterable : iterator(iterable)) {}
 
     class Position {
     public:
-        explicit Position(const Object& iterator) : iterator_(iterator), item_(next(iterator)) {}
+        explicit Position(const Object& source) : source_(source), item_(next_item()) {}
         Position& operator++() {
-            item_ = next(iterator_);
+            item_ = next_item();
             return *this;
         }
         // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the loop has compared with the end
@@ -34,15 +34,28 @@ public:
         bool operator==(std::default_sentinel_t) const noexcept { return !item_.has_value(); }
 
     private:
-        const Object& iterator_;
+        std::optional<Object> next_item() {
+            PyObject* source = source_.ptr();
+            if (!is_plain(source_)) return next(source_);
+            if (index_ >= PySequence_Fast_GET_SIZE(source)) return std::nullopt;
+            return Object::borrow(PySequence_Fast_GET_ITEM(source, index_++));
+        }
+
+        const Object& source_;
+        Py_ssize_t index_ = 0;
         std::optional<Object> item_;
     };
 
-    [[nodiscard]] Position begin() const { return Position{iterator_}; }
+    [[nodiscard]] Position begin() const { return Position{source_}; }
     [[nodiscard]] static std::default_sentinel_t end() noexcept { return {}; }
 
 private:
-    Object iterator_;
+    /// A list or tuple whose iterator would only count, seeing what the list holds at each step.
+    static bool is_plain(const Object& iterable) noexcept {
+        return PyList_CheckExact(iterable.ptr()) || PyTuple_CheckExact(iterable.ptr());
+    }
+
+    Object source_;
 };
 
 /// `{}`, `[]`, `[a, b]`, `(a, b)`
@@ -58,7 +71,10 @@ Object list(const Items&... items) {
 
 template <std::same_as<Object>... Items>
 Object tuple(const Items&... items) {
-    return Object::steal(PyTuple_Pack(sizeof...(items), items.ptr()...));
+    Object result = Object::steal(PyTuple_New(sizeof...(items)));
+    [[maybe_unused]] Py_ssize_t i = 0;  // NOLINT(misc-const-correctness): only an empty tuple leaves it as it is
+    (PyTuple_SET_ITEM(result.ptr(), i++, Py_NewRef(items.ptr())), ...);
+    return result;
 }
 
 /// The items of a dict that nobody else can change meanwhile.
@@ -86,6 +102,12 @@ inline Object first(const Object& sequence, Py_ssize_t count) {
 }
 
 inline Py_ssize_t size(const Object& container) { return check(PyObject_Size(container.ptr())); }
+
+/// `dict(mapping)`
+inline Object dict_of(const Object& mapping) {
+    if (PyDict_CheckExact(mapping.ptr())) return Object::steal(PyDict_Copy(mapping.ptr()));
+    return type(PyDict_Type)(mapping);
+}
 
 /// `list(iterable)`, `sorted(iterable)`, `sorted(iterable, key=…)`
 inline Object list_of(const Object& iterable) { return Object::steal(PySequence_List(iterable.ptr())); }

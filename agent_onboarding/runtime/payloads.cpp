@@ -21,7 +21,7 @@ Object read_manifest_payload_with_signals_index(Module m, const Object& data_dir
 
 Object manifest_payload_mapping_or_empty(Module, const Object& manifest_payload, const Object& section) {
     const Object value = manifest_payload.lookup(section);
-    return value.is_dict() ? type(PyDict_Type)(value) : dict();
+    return value.is_dict() ? dict_of(value) : dict();
 }
 
 }  // namespace
