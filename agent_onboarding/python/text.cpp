@@ -19,6 +19,12 @@ Object detail::concatenated(PyObject* const* texts, std::size_t count) {
         highest = std::max(highest, PyUnicode_MAX_CHAR_VALUE(texts[i]));
     }
     Object result = Object::steal(PyUnicode_New(size, highest));
+    if (highest < 0x80) {
+        Py_UCS1* end = PyUnicode_1BYTE_DATA(result.ptr());
+        for (std::size_t i = 0; i < count; ++i)
+            end = std::copy_n(PyUnicode_1BYTE_DATA(texts[i]), PyUnicode_GET_LENGTH(texts[i]), end);
+        return result;
+    }
     Py_ssize_t end = 0;
     for (std::size_t i = 0; i < count; ++i)
         end += check(PyUnicode_CopyCharacters(result.ptr(), end, texts[i], 0, PyUnicode_GET_LENGTH(texts[i])));

@@ -28,6 +28,9 @@ inline constexpr auto text_behind = part<L, field<L, I> + 2, field<L, I + 1>>;
 inline bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexcept {
     const Py_ssize_t size = PyUnicode_GET_LENGTH(part);
     if (offset < 0 || offset + size > PyUnicode_GET_LENGTH(string)) return false;
+    if (PyUnicode_IS_ASCII(string) && PyUnicode_IS_ASCII(part))
+        return std::equal(PyUnicode_1BYTE_DATA(part), PyUnicode_1BYTE_DATA(part) + size,
+                          PyUnicode_1BYTE_DATA(string) + offset);
     for (Py_ssize_t i = 0; i < size; ++i)
         if (PyUnicode_READ_CHAR(string, offset + i) != PyUnicode_READ_CHAR(part, i)) return false;
     return true;
@@ -50,6 +53,18 @@ Object text(const Arguments&... arguments) {
 }
 
 inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }
+
+/// `"/" in text` for a single character.
+template <Literal L>
+bool contains(const Object& text) {
+    static_assert(L.view().size() == 1);
+    if (!text.is_plain_str()) return contains(text, string_name<L>.get());
+    constexpr Py_ssize_t not_found = -1;
+    const Py_ssize_t index =
+        PyUnicode_FindChar(text.ptr(), Py_UCS4{L.view()[0]}, 0, PyUnicode_GET_LENGTH(text.ptr()), 1);
+    if (index < not_found) throw_pending();
+    return index != not_found;
+}
 
 /// `separator.join(strings)`
 inline Object join(const Object& separator, const Object& strings) {
