@@ -59,8 +59,9 @@ Object Module::look_up(Name& name) const {
 }
 
 Object Module::get_path(Path path) const {
-    const Object value = look_up(*path.front());
-    return path.size() == 1 ? value : detail::get_path(value.ptr(), path.subspan(1));
+    Object value = look_up(*path.front());
+    if (path.size() == 1) return value;
+    return detail::get_path(value.ptr(), path.subspan(1));
 }
 
 bool Module::has_attribute(Path path) const {

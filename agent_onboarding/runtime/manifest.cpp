@@ -11,9 +11,9 @@ namespace {
 
 Object manifest_files(Module, const Object& manifest) {
     if (manifest.is_none()) return dict();
-    const Object files =
-        manifest.is_dict() ? manifest.lookup<"files">(dict()) : manifest.find<"files">().value_or(dict());
-    return files.is_dict() ? files : dict();
+    Object files = manifest.is_dict() ? manifest.lookup<"files">(dict()) : manifest.find<"files">().value_or(dict());
+    if (!files.is_dict()) return dict();
+    return files;
 }
 
 Object read_manifest(Module m, const Object& data_dir) {

@@ -10,8 +10,9 @@ namespace {
 
 Object safe_named_universe(Module, const Object& value) {
     if (value.is_none()) return none();
-    const Object name = strip(str(value));
-    return truth(name) && is_safe_path_segment(name) ? name : none();
+    Object name = strip(str(value));
+    if (!truth(name) || !is_safe_path_segment(name)) return none();
+    return name;
 }
 
 Object append_unique_named_universe(Module m, const Object& values, const Object& value) {

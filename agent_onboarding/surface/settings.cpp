@@ -68,7 +68,8 @@ Object apply_file_settings(Module m, const Object& settings_path) {
 Object configured_signal_service_url(Module m) {
     Object url = option<"signal_service_url">(m);
     if (!truth(url)) url = option<"server_url">(m);
-    return truth(url) ? url : m.get<"DEFAULT_SERVER_URL">();
+    if (!truth(url)) url = m.get<"DEFAULT_SERVER_URL">();
+    return url;
 }
 
 }  // namespace

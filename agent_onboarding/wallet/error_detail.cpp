@@ -14,15 +14,18 @@ Object describe(const Object& exception) {
     Object part = type_of(exception).get<"__name__">();
     if (truth(message)) part = text<"{}: {}">(part, message);
     const Object diagnostic = get_or_none<"diagnostic_detail">(exception);
-    return truth(diagnostic) ? text<"{}; diagnostic: {}">(part, diagnostic) : part;
+    if (truth(diagnostic)) part = text<"{}; diagnostic: {}">(part, diagnostic);
+    return part;
 }
 
 Object exception_chain_detail(Module, const Object& exc) {
     const Object parts = list();
     const Object visited = dict();  // by identity, so that a cycle of causes ends
     Object current = exc;
-    while (!current.is_none() && size(parts) < most_links && !contains(visited, identity(current))) {
-        visited.set_item(identity(current), current);
+    while (!current.is_none() && size(parts) < most_links) {
+        const Object id = identity(current);
+        if (contains(visited, id)) break;
+        visited.set_item(id, current);
         const Object part = describe(current);
         if (!contains(parts, part)) append(parts, part);
         current = get_or_none<"__cause__">(current);
