@@ -120,7 +120,7 @@ private:
 class Borrowed {
 public:
     explicit Borrowed(PyObject* pointer) noexcept : object_(pointer) {}
-    ~Borrowed() {}
+    ~Borrowed() { static_cast<void>(object_.release()); }
     Borrowed(const Borrowed&) = delete;
     Borrowed& operator=(const Borrowed&) = delete;
 
@@ -128,9 +128,7 @@ public:
     operator const Object&() const noexcept { return object_; }
 
 private:
-    union {
-        Object object_;  // never destroyed
-    };
+    Object object_;
 };
 
 inline Object none() { return Object::borrow(Py_None); }

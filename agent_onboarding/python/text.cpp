@@ -20,7 +20,7 @@ Object detail::concatenated(PyObject* const* texts, std::size_t count) {
     }
     Object result = Object::steal(PyUnicode_New(size, highest));
     if (highest < 0x80) {
-        Py_UCS1* end = PyUnicode_1BYTE_DATA(result.ptr());
+        auto* end = PyUnicode_1BYTE_DATA(result.ptr());
         for (std::size_t i = 0; i < count; ++i)
             end = std::copy_n(PyUnicode_1BYTE_DATA(texts[i]), PyUnicode_GET_LENGTH(texts[i]), end);
         return result;
