@@ -13,6 +13,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import time
 import timeit
 from collections import namedtuple
 from pathlib import Path
@@ -31,7 +32,7 @@ COMPUTING = [
     Row("M._safe_named_universe('majors')", 0.6),
     Row("M._safe_named_universe(' majors ')", 0.6),
     Row("M._safe_named_universe(None)"),
-    Row("M._normalize_key(key)", 0.6, "len(key)"),
+    Row("M._normalize_key(key)", 0.7, "len(key)"),
     Row("M._normalize_key('0x' + key)"),
     Row("M._expected_type_name((int, float))"),
     Row("M._exception_chain_detail(error)"),
@@ -39,7 +40,12 @@ COMPUTING = [
     Row("M.update_nudge('unknown')"),
     Row("M._unsafe_wallet_error('/wallet.key')"),
     Row("M._legacy_src_module_name('src', 'obfuscation', 'layers')"),
+    Row("M._ensure_package_module('json')"),
+    Row("M._ensure_legacy_src_obfuscation_core_alias(src)"),
+    Row("M.era_salt(1, 2)"),
     Row("M._module_not_found_is_candidate(missing, 'sablecrest.simulator_engine')"),
+    Row("M._append_unique_named_universe([], 'majors')"),
+    Row("M._append_allowed_named_universes([], ['majors', 'minors', 'majors'])"),
     Row("M._active_era_named_universe_candidates(small_era)"),
     Row("M._active_era_named_universe_candidates(large_era)", 0.5),
     Row("M._first_allowed_named_universe_from_era_config(small_era)"),
@@ -47,16 +53,30 @@ COMPUTING = [
     Row("M._manifest_payload_mapping_or_empty(small_manifest, 'files')"),
     Row("M._select_runtime_module_manifest_entry(small_manifest, 'none')"),
     Row("for _ in M._runtime_module_manifest_entries(large_manifest): pass"),
+    Row("M.create_runtime_freshness_guard('data')"),
+    Row("M._forget_preloaded_backtester_modules()"),
+    Row("repr(M.token)"),
 ]
 
 # What plain Python does in a few specialised instructions, or in a call of another Python function: there the call of a
 # native function costs more than it can save.
 FORWARDING = [
     Row("M.get_agents_md_fragment()", 1.25, "len(key)"),
+    Row("M._resolve_invite_code('code')", 1.6),
     Row("M._resolve_optional_invite_code(None)", 1.6),
     Row("M._LocalRuntimeSyncManager(small_manifest)", 1.6),
     Row("M.sync_manager.get_manifest()", 1.6),
     Row("M.sync_manager.request_for_sync()", 1.4),
+    Row("M.sync_manager.acquire()"),
+]
+
+# Each throws a C++ exception, once in a process that then gives up or asks again.
+REFUSALS = [
+    Row("try: M.configure(market_id=0)\nexcept ValueError: pass", 5),
+    Row("try: M.configure(colour=1)\nexcept ValueError: pass", 5),
+    Row("try: M.login()\nexcept TypeError: pass", 5),
+    Row("try: M.login(None)\nexcept ValueError: pass", 8),
+    Row("try: M._read_manifest('nowhere')\nexcept M.RuntimeModuleDownloadIncomplete: pass", 3),
 ]
 
 # At parity: the files cost the most, and most of the rest is the standard library's own Python code.
@@ -89,6 +109,9 @@ def prepare(native, plain):
     error.__cause__ = ValueError("inner")
     for module in (native, plain):
         module.sync_manager = module._LocalRuntimeSyncManager(small)
+        module.token = module.AuthToken("token", 1.5)
+        module._ensure_legacy_src_namespace_alias()
+        module.era_salt = sys.modules["src.obfuscation.layers.shared._core"].era_salt
     Path("data").mkdir()
     Path("data/manifest.json").write_text(json.dumps(small))
     Path("large").write_bytes(bytes(HASHED_BYTES))
@@ -102,6 +125,7 @@ def prepare(native, plain):
         "missing": ModuleNotFoundError(name="sablecrest"),
         "small_era": {"named_universe": "a", "allowed_named_universes": ["b", "a"], "universes": [{"id": "d"}, "e"]},
         "large_era": {"allowed_named_universes": names},
+        "src": ModuleType("src"),
         "small_manifest": small,
         "large_manifest": {"files": entries},
         "json": json,
@@ -110,7 +134,8 @@ def prepare(native, plain):
 
 
 def seconds(statement, names, number):
-    return timeit.timeit(statement, globals=names, number=number) / number
+    """Of processor time, so that a busy machine changes little."""
+    return timeit.timeit(statement, globals=names, number=number, timer=time.process_time) / number
 
 
 def measure(row, names, modules, rounds):
@@ -132,7 +157,7 @@ def report(row, native, plain, floor, ratios):
     above = f"{native / floor:5.1f}" if floor else "    -"
     verdict = "" if kept else "  MISSED"
     times = f"{native * 1e6:12.3f}{plain * 1e6:12.3f}"
-    print(f"{row.statement:75}{times}{ratio:7.2f}  {spread:9} {above}  {row.limit:5.2f}{verdict}")
+    print(f"{row.statement.splitlines()[0]:75}{times}{ratio:7.2f}  {spread:9} {above}  {row.limit:5.2f}{verdict}")
     return ratio, kept
 
 
@@ -163,13 +188,15 @@ def main():
         print(f"{'statement':75}{'native us':>12}{'plain us':>12}{'ratio':>7}  {'spread':9} {'floor':>5}  limit")
         computing = [report(row, *measure(row, names, modules, rounds)) for row in COMPUTING]
         forwarding = [report(row, *measure(row, names, modules, rounds)) for row in FORWARDING]
+        refusals = [report(row, *measure(row, names, modules, rounds)) for row in REFUSALS]
         with_files = [report(row, *measure(row, names, modules, max(3, rounds // 3))) for row in WITH_FILES]
 
     mean = statistics.geometric_mean(ratio for ratio, _ in computing + forwarding)
     added = import_milliseconds()
     print(f"geometric mean without files: {mean:.2f} (limit 0.50)")
     print(f"import: {added:.2f} ms (limit 1.00)")
-    return 0 if all(kept for _, kept in computing + forwarding + with_files) and mean <= 0.5 and added <= 1 else 1
+    kept = all(kept for _, kept in computing + forwarding + refusals + with_files)
+    return 0 if kept and mean <= 0.5 and added <= 1 else 1
 
 
 if __name__ == "__main__":
