@@ -1,5 +1,6 @@
 """The operations that every stress run walks over: each function of the module, with each outcome that it can have."""
 
+import argparse
 import ctypes
 import importlib
 import os
@@ -8,22 +9,21 @@ import runpy
 import shutil
 import sys
 import tempfile
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from functools import partial
 from itertools import product, repeat
-from pathlib import Path
 from types import ModuleType, SimpleNamespace
 
 import pytest
+from differential import SOURCE, Scenario, native, own_functions, restored
+from interpreter import scenario
 
-TESTS = Path(__file__).parents[1] / "tests"
+from stress import TESTS
+
+for name in ("statistics", "sablecrest.simulator_engine.batch"):
+    importlib.import_module(name)  # is no part of any operation
+
 FILES = sorted(path for path in TESTS.glob("*/test_*.py") if "SCENARIOS = " in path.read_text("utf-8"))
-sys.path[:0] = [str(TESTS), *{str(path.parent) for path in FILES}]
-
-import sablecrest.simulator_engine.batch  # noqa: E402, F401 its import is no part of any operation
-from differential import SOURCE, Scenario, native, plain, restored  # noqa: E402, F401
-from interpreter import scenario  # noqa: E402
-
 #: The tests' own tables: what they let fail call by call, and the further outcomes that they compare.
 TABLES = {path.stem.removeprefix("test_"): SimpleNamespace(**runpy.run_path(str(path))) for path in FILES}
 LOADING, BRING_UP, BOOTSTRAP = TABLES["module_loading"], TABLES["bring_up"], TABLES["bootstrap"]
@@ -40,10 +40,16 @@ def shortened(prepare):
 
 
 COMPILED = ["marking", "failing", "interrupted", "replacing", "replacing_and_failing"]
-OUTCOMES = [Scenario(f"{table}: {s.name}", *s[1:]) for table in TABLES for s in TABLES[table].SCENARIOS]
+OUTCOMES = [
+    Scenario(f"{table}: {s.name}", *s[1:])
+    for table in TABLES
+    for s in TABLES[table].SCENARIOS
+    if table != "bootstrap" and "[[[" not in s.name
+]
 LOADS = LOADING.CASES | {name: (LOADING.case(name), partial(LOADING.load, name=name)) for name in COMPILED}
 OUTCOMES += [scenario(f"load: {name}", shortened(prepare), call) for name, (prepare, call) in LOADS.items()]
-OUTCOMES += [scenario(f"bootstrap: {n}", shortened(p), BOOTSTRAP.bootstrap) for n, p in BOOTSTRAP.CASES.items()]
+BOOTSTRAPS = BOOTSTRAP.CASES | {"whole": BOOTSTRAP.era()}
+OUTCOMES += [scenario(f"bootstrap: {n}", shortened(p), BOOTSTRAP.bootstrap) for n, p in BOOTSTRAPS.items()]
 OUTCOMES += [
     scenario(f"{call.__name__}: {name} {strict}", BRING_UP.CASES[name], partial(call, strict=strict))
     for name, call, strict in product(BRING_UP.CASES, (BRING_UP.propagate, BRING_UP.ensure), (False, True))
@@ -57,23 +63,31 @@ OUTCOMES += [Scenario(f"manifest: {text}", MANIFEST.holding(text), MANIFEST.read
 
 
 api = ctypes.pythonapi
-api.PyInterpreterState_Get.restype = ctypes.c_void_p
-api.PyInterpreterState_GetDict.restype, api.PyInterpreterState_GetDict.argtypes = ctypes.py_object, [ctypes.c_void_p]
+api.PyInterpreterState_Get.restype = api.PyInterpreterState_GetDict.restype = ctypes.c_void_p
+api.PyInterpreterState_GetDict.argtypes = [ctypes.c_void_p]
 
 
 def import_afresh(module):
     """As in an interpreter that has not imported it."""
     name = native.__name__ if module is native else SOURCE.stem
-    api.PyInterpreterState_GetDict(api.PyInterpreterState_Get()).pop(name, None)
+    borrowed = ctypes.c_void_p(api.PyInterpreterState_GetDict(api.PyInterpreterState_Get()))
+    ctypes.cast(borrowed, ctypes.py_object).value.pop(name, None)
     sys.path.append(str(SOURCE.parent))
     sys.modules.pop(name, None)
     return lambda: [*vars(importlib.import_module(name))]
 
 
-def salts(module):
-    module._ensure_legacy_src_namespace_alias()
-    core = sys.modules["src.obfuscation.layers.shared._core"]
-    return lambda: [core.era_salt(1, 2), core.era_number_identity_salt(era_number=2**63, market_id=1)]
+def salt(*numbers):
+    def make(module):
+        module._ensure_legacy_src_namespace_alias()
+        return partial(sys.modules["src.obfuscation.layers.shared._core"].era_salt, *numbers)
+
+    return make
+
+
+def identity_salt(module):
+    salt(1, 2)(module)
+    return partial(sys.modules["src.obfuscation.layers.shared._core"].era_number_identity_salt, 1, era_number=2**63)
 
 
 def manager(module):
@@ -85,10 +99,11 @@ def manager(module):
 #: Each makes what is to be called.
 OTHERS = {
     "import": import_afresh,
-    "entries": lambda m: lambda: list(m._runtime_module_manifest_entries({"files": MANIFEST.TWO})),
     "guard's loader": lambda m: partial(m.create_runtime_freshness_guard("data")._module_loader, "name", "0"),
     "records": lambda m: lambda: (m.WalletRegistration("0xaddress"), repr(m.AuthToken("secret", 1.5))),
-    "salts": salts,
+    "identity salt": identity_salt,
+    **{f"salt of {numbers}": salt(*numbers) for numbers in ((1, 2), (0, 1), (1, "1"), (2**64, 1))},
+    **{f"entries of {o}": lambda m, o=o: lambda: [*m._runtime_module_manifest_entries(o)] for o in MANIFEST.OBJECTS},
     "sync manager": manager,
     "no argument": lambda m: m.login,
     "argument given twice": lambda m: partial(m.login, "", private_key=""),
@@ -125,9 +140,21 @@ def staged(operation, module, directory):
         yield
 
 
-def show(value):
-    """As text without addresses, and without the function in which the interpreter misses an exception."""
-    text = re.sub(
-        r"(?<=SystemError\(')<function .*> returned NULL without setting an", "error return without", repr(value)
-    )
-    return re.sub(r" at 0x\w+", "", text.replace("without exception set", "without exception"))
+def functions_reached(directory):
+    """The names of the module's functions that the operations call, each by itself or in another."""
+    reached = set()
+    for operation in OPERATIONS.values():
+        with staged(operation, native, directory), suppress(BaseException):
+            for name, function in own_functions(native).items():
+                setattr(native, name, lambda *args, f=function, **kw: (reached.add(f.__name__), f(*args, **kw))[1])
+            operation.call(native)
+    return reached
+
+
+def arguments():
+    """Of a stress run: whether it shall be short, and the names of the operations that match a pattern."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--short", action="store_true")
+    parser.add_argument("pattern", nargs="?", default="")
+    options = parser.parse_args()
+    return options.short, [name for name in OPERATIONS if re.search(options.pattern, name)]
