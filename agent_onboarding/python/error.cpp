@@ -9,20 +9,16 @@
 
 namespace py {
 
-namespace {
-
-Object pending_exception() {
+Error pending() {
     PyObject* exception = PyErr_GetRaisedException();
     if (exception == nullptr) {
         PyErr_SetString(PyExc_SystemError, "a call failed without setting an exception");
         exception = PyErr_GetRaisedException();
     }
-    return Object::steal(exception);
+    return Error{Object::steal(exception)};
 }
 
-}  // namespace
-
-void throw_pending() { throw Error{pending_exception()}; }
+void throw_pending() { throw pending(); }
 
 Object Error::traceback() const {
     PyObject* traceback = PyException_GetTraceback(exception_.ptr());
@@ -78,10 +74,10 @@ Object exception_instance(const Object& exception) {
 
 }  // namespace
 
-void raise(const Object& exception) {
+Error raised(const Object& exception) {
     const Object instance = exception_instance(exception);
     PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(instance.ptr())), instance.ptr());
-    throw Error{pending_exception()};  // here: each frame that an exception passes costs as much as a call of Python
+    return pending();
 }
 
 void raise_from(const Object& exception, const Object& cause) {

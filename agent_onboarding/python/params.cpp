@@ -1,6 +1,8 @@
 /// \file The argument binder and its TypeErrors.
 #include "python/params.hpp"
 
+#include "python/error.hpp"
+
 namespace py {
 
 namespace {
@@ -10,12 +12,12 @@ namespace {
     const char* word = binding.required == binding.positional ? "exactly" : given < bound ? "at least" : "at most";
     PyErr_Format(PyExc_TypeError, "%s() takes %s %zu positional argument%s (%zu given)", binding.name, word, bound,
                  bound == 1 ? "" : "s", given);
-    throw_pending();
+    throw pending();
 }
 
 [[noreturn]] void refuse_keyword(const char* format, const Binding& binding, PyObject* name) {
     PyErr_Format(PyExc_TypeError, format, binding.name, name);
-    throw_pending();
+    throw pending();
 }
 
 bool same_name(PyObject* left, PyObject* right) {
