@@ -31,7 +31,7 @@ private:
 };
 
 int execute(PyObject* module) noexcept {
-    ModuleState::begin(module);
+    if (ModuleState::begin(module) < 0) return -1;
     const Module m{module};
     const UseNames names{m};
     try {

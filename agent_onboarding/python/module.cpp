@@ -16,8 +16,16 @@ ModuleState::~ModuleState() {
     if (watcher_ >= 0 && PyDict_ClearWatcher(watcher_) < 0) PyErr_Clear();
 }
 
-void ModuleState::begin(PyObject* module) noexcept {
+int ModuleState::begin(PyObject* module) noexcept {
     new (PyModule_GetState(module)) ModuleState{PyModule_GetDict(module)};
+    const UseNames names{Module{module}};
+    try {
+        Name::intern_all();
+        return 0;
+    } catch (...) {
+        translate_exception();
+        return -1;
+    }
 }
 
 void ModuleState::release(void* module) noexcept {

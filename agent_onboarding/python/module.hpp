@@ -1,6 +1,7 @@
 /// \file The module's namespace: every name that a function refers to is read from it at the moment of use.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "python/iterate.hpp"
@@ -16,8 +17,8 @@ public:
     ModuleState(const ModuleState&) = delete;
     ModuleState& operator=(const ModuleState&) = delete;
 
-    /// First in the module's execution.
-    static void begin(PyObject* module) noexcept;
+    /// First in the module's execution; negative, with an exception set, where memory runs out.
+    static int begin(PyObject* module) noexcept;
     /// For the module definition's m_free.
     static void release(void* module) noexcept;
 

@@ -1,4 +1,4 @@
-/// \file Interning at first use.
+/// \file Interning.
 #include "python/names.hpp"
 
 #include "python/error.hpp"
@@ -9,7 +9,7 @@ constinit thread_local Object* names_in_use = nullptr;
 
 namespace {
 
-constinit std::atomic<unsigned> names_placed{0};
+constinit const Name* last_name = nullptr;
 
 Object interned(std::string_view text) {
     PyObject* string = PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
@@ -29,16 +29,18 @@ Object interned_tuple(std::string_view texts) {
 
 }  // namespace
 
-const Object& Name::intern() {
-    Object name = kind_ == Kind::string ? interned(text_) : interned_tuple(text_);
-    unsigned index = index_.load();
-    if (index == 0) {
-        // Another interpreter may place the name at the same time; the loser's place stays unused.
-        const unsigned place = ++names_placed;
-        if (place >= name_capacity) raise(PyExc_SystemError, interned("more names than the module has room for"));
-        if (index_.compare_exchange_strong(index, place)) index = place;
-    }
-    return names_in_use[index] = std::move(name);
+Name::Name(Kind kind, std::string_view text) noexcept
+    : kind_(kind), text_(text), index_(last_name != nullptr ? last_name->index_ + 1 : 1), previous_(last_name) {
+    last_name = this;
+}
+
+Object Name::intern() const { return kind_ == Kind::string ? interned(text_) : interned_tuple(text_); }
+
+void Name::intern_all() {
+    if (last_name->index_ >= name_capacity)
+        raise(PyExc_SystemError, interned("more names than the module has room for"));
+    for (const Name* name = last_name; name != nullptr; name = name->previous_)
+        names_in_use[name->index_] = name->intern();
 }
 
 }  // namespace py

@@ -1,7 +1,6 @@
-/// \file Names written where they are used: every literal is interned once per module, at its first use.
+/// \file Names written where they are used: every literal is interned once per module, before its functions run.
 #pragma once
 
-#include <atomic>
 #include <span>
 
 #include "python/object.hpp"
@@ -19,35 +18,35 @@ class Name {
 public:
     enum class Kind { string, tuple };  // a tuple of strings is written with commas
 
-    constexpr Name(Kind kind, std::string_view text) noexcept : kind_(kind), text_(text) {}
+    Name(Kind kind, std::string_view text) noexcept;
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
-    /// 0 before its first use.
-    [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
-    [[nodiscard]] const Object& get() {
-        const Object& name = names_in_use[index()];
-        return name.ptr() != nullptr ? name : intern();
-    }
-    [[nodiscard]] PyObject* ptr() { return get().ptr(); }
+    [[nodiscard]] unsigned index() const noexcept { return index_; }
+    [[nodiscard]] const Object& get() const noexcept { return names_in_use[index_]; }
+    [[nodiscard]] PyObject* ptr() const noexcept { return get().ptr(); }
 
     /// Whether it is one of the names that types reserve for themselves.
     [[nodiscard]] bool is_special() const noexcept { return text_.starts_with("__"); }
 
+    /// Interns all that there are. When one is first used there may be no memory, but something to undo.
+    static void intern_all();
+
 private:
-    const Object& intern();
+    [[nodiscard]] Object intern() const;
 
     Kind kind_;
     std::string_view text_;
-    std::atomic<unsigned> index_{0};
+    unsigned index_;
+    const Name* previous_;
 };
 
 template <Literal L>
-inline constinit Name string_name{Name::Kind::string, L.view()};
+inline Name string_name{Name::Kind::string, L.view()};
 
 /// Keyword names as calls want them: "exist_ok" or "invite_code,register_wallet".
 template <Literal L>
-inline constinit Name tuple_name{Name::Kind::tuple, L.view()};
+inline Name tuple_name{Name::Kind::tuple, L.view()};
 
 inline namespace literals {
 /// The interned string of the literal.
