@@ -1,0 +1,93 @@
+"""Gives the module to many interpreters, alone and side by side, and compares what they leave with plain Python."""
+
+import sys
+import tempfile
+from concurrent.futures import ThreadPoolExecutor
+from contextlib import suppress
+from functools import partial
+from importlib import import_module
+from itertools import cycle, pairwise
+from statistics import median
+from threading import Barrier
+from types import SimpleNamespace
+
+NATIVE, PLAIN = "sablecrest.agent_onboarding", "benchmarks.plain.agent_onboarding"
+IS_NEW = sys.version_info >= (3, 13)
+OWN, SHARED = ("isolated", "legacy") if IS_NEW else (True, False)
+LOCKS = {"locks of their own": [OWN], "a shared lock": [SHARED], "one or the other": [OWN, SHARED]}
+SIDE_BY_SIDE = 4
+#: CPython 3.12 leaves behind what is interned, where the native module has more; the heap wavers.
+SLACK = [100 * (1 + SIDE_BY_SIDE), 2**18, 0, 0, 0, 0, SIDE_BY_SIDE]
+#: Without the first line, interpreters with locks of their own crash CPython 3.12 or 3.13 itself.
+CODE = """import os, sys; sys.modules |= dict.fromkeys(('_datetime', '_decimal', '_hashlib', '_ssl'))
+try: from stress import interpreters; interpreters.{}
+except BaseException: sys.excepthook(*sys.exc_info()); os._exit(1)"""
+
+
+def use(name, number, times):
+    """Runs in each interpreter; what it makes last is left to the interpreter's end."""
+    global used, left
+    used = m = import_module(name)
+    assert m._config["market_id"] is m._auth_manager is None
+    methods = dict.fromkeys(("authenticate", "get_token", "get_token_expiry", "get_wallet_address"), str)
+    m.auth.AuthManager = lambda *_, **__: SimpleNamespace(**methods)
+    m._fetch_eras_payload = lambda am: {"eras_by_market": {number: [{"universes": [f"u{number}"]}]}}
+    for _ in range(times):
+        with tempfile.TemporaryDirectory() as folder, suppress(RuntimeError):
+            m.configure(data_dir=folder, market_id=number, rotation_seed=number)
+            left = m.register("code"), m.login("ab" * 32), m.create_runtime_freshness_guard(folder)
+            left += (m._runtime_module_manifest_entries({"files": {"a": {"kind": "runtime_module"}, "b": {}}}),)
+            left += next(left[-1]), m._ensure_legacy_src_namespace_alias(), m._LocalRuntimeSyncManager({}, left).acquire
+            m.register(bootstrap_runtime=True)
+
+
+def check(name, number, times):
+    """Runs in each interpreter after those at its side have used theirs."""
+    assert (used._config["market_id"], used._config["named_universe"]) == (number, f"u{number}"), used._config
+    for _ in range(times):
+        with suppress(RuntimeError):
+            sys.modules.pop(name, None)
+            assert name == PLAIN or not import_module(name)
+
+
+def live(name, times, locks, met, number):
+    interpreters = import_module("_interpreters" if IS_NEW else "_xxsubinterpreters")
+    lock = locks[number % len(locks)]
+    one = interpreters.create(lock) if IS_NEW else interpreters.create(isolated=lock)
+    for function in ("use", "check"):
+        interpreters.run_string(one, CODE.format(f"{function}({name!r}, {1 + number}, {times})"))
+        met.wait(60)
+    interpreters.destroy(one)
+
+
+def growth(name, locks, batches):
+    """What is left by one interpreter and then some side by side, usually, and how many blocks more use leaves."""
+    from stress.leaks import measure  # here, as the interpreters import this file too
+
+    measured, options = [measure(())], import_module(NATIVE)._config
+    with ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
+        for _, times in zip(range(batches), cycle((2, 6))):
+            for count in (1, SIDE_BY_SIDE):
+                list(pool.map(partial(live, name, times, locks, Barrier(count)), range(count)))
+            measured.append(measure(()))
+    assert options["market_id"] is None
+    grown = [[b - a for a, b in zip(*pair)] for pair in pairwise(measured)]
+    little, much = ([*map(median, zip(*grown[first::2]))] for first in (2, 3))
+    return [*map(max, little, much), much[0] - little[0]]
+
+
+def main(batches, processes, kinds):
+    from stress.child import in_child
+
+    findings = 0
+    for kind in kinds:
+        plain, *native = (in_child(partial(growth, m, LOCKS[kind], batches)) for m in [PLAIN] + [NATIVE] * processes)
+        count = batches * (1 + SIDE_BY_SIDE) * processes
+        print(f"{count} interpreters with {kind} left", *native, "and with plain Python", plain, sep="\n    ")
+        findings += sum(isinstance(n, str) or any(x > y + z for x, y, z in zip(n, plain, SLACK)) for n in native)
+    print(f"{count * len(kinds)} interpreters, {findings} findings")
+    sys.exit(findings > 0)
+
+
+if __name__ == "__main__":
+    main(*((4, 1, ["one or the other"]) if "--short" in sys.argv else (10, 20, LOCKS)))
