@@ -34,6 +34,9 @@ Object resume(Module m, const Object& frame) {
     } catch (const Error& error) {
         const Handling except{error};
         enter_stage(frame, Stage::exhausted, none());
+        // Passed on as it is, it would look like the end.
+        if (except.caught(PyExc_StopIteration))
+            raise_from(call(PyExc_RuntimeError, "generator raised StopIteration"_s), except.value());
         throw;
     }
     enter_stage(frame, Stage::exhausted, none());

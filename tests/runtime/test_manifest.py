@@ -22,7 +22,7 @@ def read(m):
     return manifest, [m._select_runtime_module_manifest_entry(manifest, name) for name in ("era_data", "vault", "x")]
 
 
-def step_by_step(m):
+def steps(m):
     """What happens before the record happens too early; an exception exhausts."""
     entries, results = m._runtime_module_manifest_entries({"files": TWO}), []
     m.logger.info("nothing was read")
@@ -47,8 +47,9 @@ def holding(manifest="{}"):
     return lambda *_: [write(f"data/{path}.json", text) for path, text in files.items() if text is not None]
 
 
-SCENARIOS = [Scenario("steps", holding(), step_by_step), scenario("others", holding(), others)]
+SCENARIOS = [Scenario("steps", holding(), steps), scenario("others", holding(), others)]
 SCENARIOS += [scenario("whole", holding(json.dumps({"files": TWO})), read)]
+SCENARIOS += [Scenario("stop", lambda m, _: setattr(m, "is_runtime_module_kind", lambda k: next(iter(()))), steps)]
 
 
 def test_manifest_is_read_as_in_plain_python(scenario, directory):
