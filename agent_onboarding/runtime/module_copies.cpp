@@ -46,12 +46,12 @@ Object content_addressed_extension_path(Module m, const Object& module_name, con
     return runtime_path;
 }
 
-/// Pairs of path and modification time, in listing order; what vanishes meanwhile is left out.
-Object copies_of_module(Module m, const Object& root, const Object& module_name) {
-    const Object prefix = text<".sablecrest-runtime-{}-">(module_name);
-    Object copies = list();
+/// Pairs of path and modification time, in listing order; what vanishes meanwhile is left out. Nothing where the
+/// directory cannot be listed.
+std::optional<Object> copies_in_directory(Module m, const Object& root, const Object& prefix) {
     const std::optional<Object> names = suppress(PyExc_OSError, [&] { return m.call<"os.listdir">(root); });
-    if (!names.has_value()) return copies;
+    if (!names.has_value()) return std::nullopt;
+    Object copies = list();
     for (const Object& name : iterate(*names)) {
         if (!starts_with(name, prefix) || !ends_with(name, ".so"_s)) continue;
         const Object path = m.call<"os.path.join">(root, name);
@@ -75,12 +75,13 @@ Object copies_to_keep(Module m, const Object& keep_real, const Object& copies, c
 Object prune_runtime_extension_copies(Module m, const Object& module_name, const Object& keep_path,
                                       const Object& max_copies) {
     const Object root = directory_of_real_path(m, keep_path);
+    const Object prefix = text<".sablecrest-runtime-{}-">(module_name);
     const Object keep_real = m.call<"os.path.realpath">(keep_path);
-    const Object copies = copies_of_module(m, root, module_name);
-    if (compare(to_object(size(copies)), Py_LE, max_copies)) return none();
+    const std::optional<Object> copies = copies_in_directory(m, root, prefix);
+    if (!copies.has_value() || compare(to_object(size(*copies)), Py_LE, max_copies)) return none();
 
-    const Object keep = copies_to_keep(m, keep_real, copies, max_copies);
-    for (const Object& copy : iterate(copies)) {
+    const Object keep = copies_to_keep(m, keep_real, *copies, max_copies);
+    for (const Object& copy : iterate(*copies)) {
         if (contains(keep, m.call<"os.path.realpath">(element<0>(copy)))) continue;
         suppress(PyExc_OSError, [&] { return m.call<"os.unlink">(element<0>(copy)); });
     }
