@@ -28,8 +28,7 @@ Response get_eras(Module m, const Object& token) {
         return {status, response.call<"read">()};
     } catch (const Error& error) {
         const Handling except{error};
-        const Object url_error = m.get<"urllib.error.URLError">();
-        if (!except.caught(PyExc_OSError) && !except.caught(url_error)) throw;
+        if (!except.caught(tuple(to_object(PyExc_OSError), m.get<"urllib.error.URLError">()))) throw;
         raise_from(call(PyExc_RuntimeError, "Registration bootstrap failed to fetch /eras."_s), except.value());
     }
 }
