@@ -172,6 +172,9 @@ inline bool operator!=(const Object& left, const Object& right) {
 inline Object operator|(const Object& left, const Object& right) {
     return Object::steal(PyNumber_Or(left.ptr(), right.ptr()));
 }
+inline Object& operator|=(Object& left, const Object& right) {
+    return left = Object::steal(PyNumber_InPlaceOr(left.ptr(), right.ptr()));
+}
 inline Object operator&(const Object& left, const Object& right) {
     return Object::steal(PyNumber_And(left.ptr(), right.ptr()));
 }

@@ -46,8 +46,9 @@ void check_wallet_path(Module m, const Object& path, Object (*failure)(const Obj
     refuse_foreign_owner(m, path, st);
 }
 
-Object without_following_links(Module m, const Object& flags) {
-    return m.has<"os.O_NOFOLLOW">() ? flags | m.get<"os.O_NOFOLLOW">() : flags;
+Object without_following_links(Module m, Object flags) {
+    if (m.has<"os.O_NOFOLLOW">()) flags |= m.get<"os.O_NOFOLLOW">();
+    return flags;
 }
 
 Object canonical_data_dir(Module m, const Object& data_dir) {
