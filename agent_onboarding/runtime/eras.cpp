@@ -19,9 +19,10 @@ struct Response {
 
 Response get_eras(Module m, const Object& token) {
     const Object url = m.call<"_configured_signal_service_url">().call<"rstrip">("/"_s) + "/eras"_s;
+    const Object make_request = m.get<"urllib.request.Request">();
     const Object headers = dict();
     headers.set_item<"Authorization">(text<"Bearer {}">(token));
-    const Object request = m.call<"urllib.request.Request">(url, kw<"headers">(headers));
+    const Object request = make_request(url, kw<"headers">(headers));
     try {
         const Object response = m.call<"urllib.request.urlopen">(request, kw<"timeout">(timeout_seconds));
         const Object status = response.find<"status">().value_or(to_object(http_ok));

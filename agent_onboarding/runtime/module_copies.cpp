@@ -33,8 +33,9 @@ Object directory_of_real_path(Module m, const Object& path) {
 /// A copy that exists is trusted by its name. A hard link where the file system has them.
 Object content_addressed_extension_path(Module m, const Object& module_name, const Object& path, const Object& digest) {
     const Object root = directory_of_real_path(m, path);
+    const Object join_path = m.get<"os.path.join">();
     const Object prefix = first(digest, digest_prefix);
-    Object runtime_path = m.call<"os.path.join">(root, text<".sablecrest-runtime-{}-{}.so">(module_name, prefix));
+    Object runtime_path = join_path(root, text<".sablecrest-runtime-{}-{}.so">(module_name, prefix));
     if (truth(m.call<"os.path.exists">(runtime_path))) return runtime_path;
     try {
         m.call<"os.link">(path, runtime_path);
