@@ -98,7 +98,8 @@ inline void add(const Object& set, const Object& item) { check(PySet_Add(set.ptr
 
 /// `sequence[:count]`
 inline Object first(const Object& sequence, Py_ssize_t count) {
-    return Object::steal(PySequence_GetSlice(sequence.ptr(), 0, count));
+    const Object slice = Object::steal(PySlice_New(nullptr, to_object(count).ptr(), nullptr));
+    return sequence.item(slice);
 }
 
 inline Py_ssize_t size(const Object& container) { return check(PyObject_Size(container.ptr())); }
