@@ -59,7 +59,7 @@ def _exception_chain_detail(exc):
 def _sha256_file(path):
     hasher = hashlib.sha256()
     with open(path, "rb") as handle:
-        for chunk in iter(lambda: handle.read(1024 * 1024), b""):
+        while chunk := handle.read(1024 * 1024):
             hasher.update(chunk)
     return hasher.hexdigest()
 
