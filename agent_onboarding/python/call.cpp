@@ -7,7 +7,7 @@ namespace {
 
 /// An attribute of a real module, or null where the general look-up has to decide. Only the special names of the
 /// module type come before a module's own.
-PyObject* module_attribute(PyObject* object, Name& name) {
+PyObject* module_attribute(PyObject* object, const Name& name) {
     PyObject* value = nullptr;
     if (PyModule_CheckExact(object) && !name.is_special())
         check(compat::find_item(PyModule_GetDict(object), name.ptr(), &value));
@@ -23,7 +23,7 @@ Object call(PyObject* callee, const Stack& stack) {
                                              stack.positional | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords_of(stack)));
 }
 
-Object call_method(PyObject* self, Name& name, const Stack& stack) {
+Object call_method(PyObject* self, const Name& name, const Stack& stack) {
     if (PyObject* function = module_attribute(self, name)) return call(Object::steal(function).ptr(), stack);
     stack.places[1] = self;
     return Object::steal(PyObject_VectorcallMethod(
@@ -35,24 +35,24 @@ Object call_path(PyObject* object, Path path, const Stack& stack) {
     return call_method(get_path(object, path.first(path.size() - 1)).ptr(), *path.back(), stack);
 }
 
-Object get(PyObject* object, Name& name) {
+Object get(PyObject* object, const Name& name) {
     if (PyObject* value = module_attribute(object, name)) return Object::steal(value);
     return Object::steal(PyObject_GetAttr(object, name.ptr()));
 }
 
 Object get_path(PyObject* object, Path path) {
     Object value = get(object, *path.front());
-    for (Name* name : path.subspan(1)) value = get(value.ptr(), *name);
+    for (const Name* name : path.subspan(1)) value = get(value.ptr(), *name);
     return value;
 }
 
-std::optional<Object> find(PyObject* object, Name& name) {
+std::optional<Object> find(PyObject* object, const Name& name) {
     PyObject* value = nullptr;
     if (check(compat::find_attribute(object, name.ptr(), &value)) == 0) return std::nullopt;
     return Object::steal(value);
 }
 
-void set(PyObject* object, Name& name, const Object& value) {
+void set(PyObject* object, const Name& name, const Object& value) {
     check(PyObject_SetAttr(object, name.ptr(), value.ptr()));
 }
 

@@ -60,7 +60,7 @@ consteval auto joined_keywords() {
 }
 
 template <typename... Arguments>
-consteval Name* keyword_names() {
+consteval const Name* keyword_names() {
     if constexpr (keyword_count<Arguments...> == 0)
         return nullptr;
     else
@@ -77,7 +77,7 @@ PyObject* pointer(const Keyword<L, Value>& keyword) noexcept {
 struct Stack {
     PyObject** places;
     std::size_t positional;
-    Name* keywords;  // null where there are none
+    const Name* keywords;  // null where there are none
 };
 
 template <typename Body, typename... Arguments>
@@ -87,14 +87,14 @@ Object with_stack(Body body, const Arguments&... arguments) {
 }
 
 Object call(PyObject* callee, const Stack& stack);
-Object call_method(PyObject* self, Name& name, const Stack& stack);
+Object call_method(PyObject* self, const Name& name, const Stack& stack);
 /// Calls what lies at the end of the path.
 Object call_path(PyObject* object, Path path, const Stack& stack);
 
-Object get(PyObject* object, Name& name);
+Object get(PyObject* object, const Name& name);
 Object get_path(PyObject* object, Path path);
-std::optional<Object> find(PyObject* object, Name& name);
-void set(PyObject* object, Name& name, const Object& value);
+std::optional<Object> find(PyObject* object, const Name& name);
+void set(PyObject* object, const Name& name, const Object& value);
 /// `mapping.get(key)`, `mapping.get(key, otherwise)`
 Object lookup(PyObject* mapping, const Object& key, const Object* otherwise);
 

@@ -23,7 +23,7 @@ PyObject* guarded(Body body) noexcept {
 namespace detail {
 
 template <Literal L, std::size_t... I>
-inline constexpr Name* parameter_names[sizeof...(I) + 1] = {&string_name<parameter_name<L, I>>..., nullptr};
+inline constexpr const Name* parameter_names[sizeof...(I) + 1] = {&string_name<parameter_name<L, I>>..., nullptr};
 
 template <Literal L>
 inline constexpr Binding binding = []<std::size_t... I>(std::index_sequence<I...>) {
@@ -152,7 +152,7 @@ Object method(Module m, PyMethodDef& entry);
 /// A function with a captured object.
 Object closure(Module m, PyMethodDef& entry, const Object& captured);
 /// Whether the module still binds the function of this entry under its name, so that calling it directly is the same.
-bool is_bound(Module m, const PyMethodDef& entry, Name& name);
+bool is_bound(Module m, const PyMethodDef& entry, const Name& name);
 
 /// `class name: …` with the attributes of the class body and the methods of the table, which ends with an empty entry.
 Object make_class(Module m, const Object& name, const Object& attributes, PyMethodDef* methods);

@@ -38,7 +38,7 @@ int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*)
     return 0;
 }
 
-PyObject* ModuleState::look_up(PyObject* module, Name& name) {
+PyObject* ModuleState::look_up(PyObject* module, const Name& name) {
     PyObject* globals = PyModule_GetDict(module);  // null once the garbage collector has cleared the module
     PyObject* value = nullptr;
     if (globals == nullptr || check(compat::find_item(globals, name.ptr(), &value)) == 0) return nullptr;
@@ -60,7 +60,7 @@ namespace {
 
 }  // namespace
 
-Object Module::look_up(Name& name) const {
+Object Module::look_up(const Name& name) const {
     PyObject* value = find(name);
     if (value == nullptr) refuse_name(name.get());
     return Object::borrow(value);

@@ -24,7 +24,7 @@ public:
 
     [[nodiscard]] Object* names() noexcept { return names_; }
     /// What the module's namespace binds to the name, borrowed from it; null where it does not bind it.
-    [[nodiscard]] PyObject* value(PyObject* module, Name& name) {
+    [[nodiscard]] PyObject* value(PyObject* module, const Name& name) {
         PyObject* value = is_current() ? values_[name.index()] : nullptr;
         return value != nullptr ? value : look_up(module, name);
     }
@@ -35,7 +35,7 @@ private:
     static int begin_epoch(PyDict_WatchEvent event, PyObject* globals, PyObject* name, PyObject* value) noexcept;
 
     [[nodiscard]] bool is_current() const noexcept { return values_epoch_ == epoch_.load(std::memory_order_relaxed); }
-    PyObject* look_up(PyObject* module, Name& name);
+    PyObject* look_up(PyObject* module, const Name& name);
 
     int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
     std::uint64_t values_epoch_ = 0;
@@ -55,7 +55,7 @@ public:
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
     [[nodiscard]] Object* names() const noexcept { return state_->names(); }
     /// What the module binds to the name, borrowed; null where it does not bind it.
-    [[nodiscard]] PyObject* find(Name& name) const { return state_->value(module_, name); }
+    [[nodiscard]] PyObject* find(const Name& name) const { return state_->value(module_, name); }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }
 
@@ -82,7 +82,7 @@ public:
     }
 
 private:
-    [[nodiscard]] Object look_up(Name& name) const;
+    [[nodiscard]] Object look_up(const Name& name) const;
     [[nodiscard]] Object get_path(Path path) const;
     [[nodiscard]] bool has_attribute(Path path) const;
     Object call_path(Path path, const detail::Stack& stack) const;

@@ -30,7 +30,7 @@ Object interned_tuple(std::string_view texts) {
 }  // namespace
 
 Name::Name(Kind kind, std::string_view text) noexcept
-    : kind_(kind), text_(text), index_(last_name != nullptr ? last_name->index_ + 1 : 1), previous_(last_name) {
+    : kind_(kind), text_(text), index_(last_name != nullptr ? last_name->index_ + 1 : 0), previous_(last_name) {
     last_name = this;
 }
 

@@ -7,7 +7,7 @@
 
 namespace py {
 
-/// The interned strings of the module whose function runs on this thread; the first place stays empty.
+/// The interned strings of the module whose function runs on this thread.
 extern constinit thread_local Object* names_in_use;
 
 /// As many as a module may have.
@@ -42,11 +42,11 @@ private:
 };
 
 template <Literal L>
-inline Name string_name{Name::Kind::string, L.view()};
+inline const Name string_name{Name::Kind::string, L.view()};
 
 /// Keyword names as calls want them: "exist_ok" or "invite_code,register_wallet".
 template <Literal L>
-inline Name tuple_name{Name::Kind::tuple, L.view()};
+inline const Name tuple_name{Name::Kind::tuple, L.view()};
 
 inline namespace literals {
 /// The interned string of the literal.
@@ -57,12 +57,12 @@ const Object& operator""_s() {
 }  // namespace literals
 
 /// The names of "os.path.join".
-using Path = std::span<Name* const>;
+using Path = std::span<const Name* const>;
 
 namespace detail {
 
 template <Literal L, std::size_t... I>
-inline constexpr Name* path_names[sizeof...(I)] = {&string_name<segment<L, I>>...};
+inline constexpr const Name* path_names[sizeof...(I)] = {&string_name<segment<L, I>>...};
 
 template <Literal L, std::size_t... I>
 consteval Path make_path(std::index_sequence<I...>) {

@@ -100,7 +100,7 @@ inline constexpr auto parameter_name = part<L, signature<L>.parameters[I].begin,
 /// What the binder needs of a signature while running.
 struct Binding {
     const char* name;
-    Name* const* names;
+    const Name* const* names;
     std::size_t count, positional, required;
     bool var_positional, var_keywords;
 };
