@@ -8,7 +8,6 @@ import tempfile
 from array import array
 from collections import deque
 from contextlib import suppress
-from functools import partial
 from pathlib import Path
 
 from differential import native, plain
@@ -59,12 +58,12 @@ def growth(module, names, directory, repeats):
 
 def leaks(names, directory, repeats):
     """Those of the operations that leave something behind, and more than in plain Python; found by halving."""
-    grown = in_child(partial(growth, native, names, directory, repeats))
+    grown = in_child(growth, native, names, directory, repeats)
     if not isinstance(grown, str) and max(grown) <= 0:
         return {}
     if half := len(names) // 2:
         return leaks(names[:half], directory, repeats) | leaks(names[half:], directory, repeats)
-    excused = in_child(partial(growth, plain, names, directory, repeats))
+    excused = in_child(growth, plain, names, directory, repeats)
     print(f"{names[0]} leaves behind", *(grown if isinstance(grown, str) else map("{} {},".format, grown, KINDS)))
     print("    and in plain Python", *(excused if isinstance(excused, str) else map("{} {},".format, excused, KINDS)))
     if isinstance(grown, str) or isinstance(excused, str) or any(n > max(m, 0) for n, m in zip(grown, excused)):

@@ -1,4 +1,4 @@
-"""Makes every allocation of every operation fail in turn, alone and with all that follow, each in its own process."""
+"""Makes every allocation of every operation fail in turn, alone and with all that follow."""
 
 import gc
 import re
@@ -8,13 +8,12 @@ import zlib
 from collections import Counter, namedtuple
 from contextlib import suppress
 from functools import partial
-from itertools import chain, count
+from itertools import count
 from pathlib import Path
 
-import pytest
-from differential import Recorder, native, open_descriptors, own_functions, plain, show_file
+from differential import native, open_descriptors, own_functions, plain, show_file
 
-from stress.child import in_child
+from stress.child import answers_of_child, in_child
 from stress.operations import OPERATIONS, Watched, arguments, functions_reached, staged
 
 try:
@@ -24,19 +23,25 @@ except ImportError:
 
 FAR = 50_000  # more allocations than any operation makes
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
+TOGETHER = 30  # attempts in a process
 LOADED = dict(sys.modules)
-
-
-Answer = namedtuple("Answer", "outcome state again before calls left")
+Answer = namedtuple("Answer", "outcome state again before left")
 
 
 class Done(BaseException):
     pass
 
 
-def show(value):
-    """As text without addresses, and without the stand-in for which the interpreter misses an exception."""
-    text = re.sub(r"<function .*?> returned NULL without setting an exc", "error return without exc", repr(value))
+def show(result, error=None):
+    """As text without addresses, and without the stand-in for which the interpreter misses an exception; the same for
+    each exception that comes of missing memory."""
+    links = [error]
+    while (link := links[-1] and (links[-1].__cause__ or links[-1].__context__)) not in links:
+        links.append(link)
+    kinds = {*map(type, links)}
+    if MemoryError in kinds and SystemError not in kinds:
+        return "MemoryError"
+    text = re.sub(r"<function .*?> returned NULL without setting an", "error return without", repr(error or result))
     return re.sub(r" at 0x\w+|(?<=without exception) set", "", text)
 
 
@@ -52,59 +57,32 @@ def state(module, directory):
     return parts | {"manager": show(vars(module).get("_auth_manager")), "descriptors": show(open_descriptors())}
 
 
-def links(error):
-    return [error, *links(error.__cause__ or error.__context__)] if error else []
-
-
-def show_outcome(result, error):
-    kinds = {type(link) for link in links(error)}
-    return "MemoryError" if MemoryError in kinds and SystemError not in kinds else show(error or result)
-
-
-def repeated(function, *args, **kwargs):
-    try:
-        return show_outcome(function(*args, **kwargs), None)
-    except BaseException as error:
-        return show_outcome(None, error)
-
-
-def allocations_left():
-    """256 more than succeed before the first that fails: every integer from there on is one."""
-    left = 256
-    try:
-        while True:
-            left += 1
-    except MemoryError:  # not `suppress`, which is a call
-        return left
-
-
-def attempt(module, operation, directory, which, first, stop, failing=None):
+def attempt(module, operation, directory, which, first, stop):
     """The outcome of the operation's `which`-th call, if there is one, with the allocations from `first` to `stop`
-    failing, or the call numbered `failing` that it makes; the state that it left, the outcome of the same call once
-    there is memory again, the state before, the number of calls made, and how far the first failure was."""
+    failing, the state that it left, and the outcome of the same call once there is memory again. Where all goes well,
+    also the state before and the number of allocations."""
 
     def disturb(function, *args, **kwargs):
         if next(calls) != which:
             return function(*args, **kwargs)
-        recorder, before, result, error, left = Recorder({failing: MemoryError}), None, None, None, None
-        if first == FAR:
-            before = state(module, directory)
-        with pytest.MonkeyPatch.context() as patch:
-            if failing is not None:
-                recorder.install(module, patch)
-                recorder.listening = True
-            _testcapi.set_nomemory(first, stop)
-            try:
-                result = function(*args, **kwargs)
-            except BaseException as raised:
-                error = raised
-            if before:
-                left = allocations_left()
-            _testcapi.remove_mem_hooks()
-            recorder.listening = False
-        outcome, after = show_outcome(result, error), state(module, directory)
-        again = repeated(function, *args, **kwargs)
-        answers.append(Answer(outcome, after, again, before, len(recorder.calls), left))
+        result, error, left, before = None, None, 256, first == FAR and state(module, directory)
+        _testcapi.set_nomemory(first, stop)
+        try:
+            result = function(*args, **kwargs)
+        except BaseException as raised:
+            error = raised
+        try:
+            while before:
+                left += 1  # every integer from 257 on is an allocation
+        except MemoryError:
+            pass  # not `suppress`, which is a call
+        _testcapi.remove_mem_hooks()
+        outcome, after, again = show(result, error), state(module, directory), None
+        try:
+            again = show(function(*args, **kwargs))
+        except BaseException as raised:
+            again = show(None, raised)
+        answers.append(Answer(outcome, after, again, before, FAR + 256 - left))
         raise Done
 
     calls, answers = count(), []
@@ -113,61 +91,51 @@ def attempt(module, operation, directory, which, first, stop, failing=None):
     return answers and answers[0]
 
 
+def parts(answer, before):
+    state = {(name, answer.state.get(name)) for name in before | answer.state}
+    return {("outcome", answer.outcome), ("again", answer.again)} | state
+
+
+def oddities(expected, before, *arguments):
+    return parts(attempt(*arguments), before) - expected
+
+
 def attempts(module, name, directory, chosen):
     """For each call of the operation, the attempts for the chosen of its allocations, and what they show but success,
-    memory that ran out, and the state before."""
+    memory that ran out, and the state before. Many run in one process, but what they show counts only when they also
+    show it in a process of their own; crashes count one by one."""
+    crashes = Counter()
     for which in count():
-        run = partial(attempt, module, OPERATIONS[name], directory, which)
-        undisturbed = in_child(partial(run, FAR, FAR + ALL))
+        call = module, OPERATIONS[name], directory, which
+        undisturbed = in_child(attempt, *call, FAR, FAR + ALL)
         if not undisturbed:
             return
         before = undisturbed.before
         expected = {("outcome", "MemoryError"), ("again", undisturbed.outcome), *before.items()}
         expected |= parts(undisturbed, before)
-        for n in chosen(range(FAR + 256 - undisturbed.left)):
-            for what, stop in (("alone", n + 1), ("and all after", n + ALL)):
-                found = parts(in_child(partial(run, n, stop)), before)
-                yield f"call {which}, allocation {n} {what}", found - expected
-
-
-def failing_calls(module, name, directory):
-    """The same for each call that a call of the operation makes: what it is prescribed to do when memory runs out."""
-    for which in count():
-        for failing in count():
-            answer = in_child(partial(attempt, module, OPERATIONS[name], directory, which, FAR, FAR + ALL, failing))
-            if not answer:
-                return
-            if isinstance(answer, str) or answer.calls <= failing:
-                break
-            yield f"call {which}, which fails to call {failing}", parts(answer, answer.before)
-
-
-def parts(answer, before):
-    """The outcomes, and each part of the state."""
-    if isinstance(answer, str):
-        return {("ended", answer)}
-    state = {(name, answer.state.get(name)) for name in before | answer.state}
-    return {("outcome", answer.outcome), ("again", answer.again)} | state
-
-
-def three(allocations):
-    return allocations[len(allocations) // 6 :: len(allocations) // 3 + 1]
-
-
-def spread(allocations):
-    return sorted(allocations, key=lambda n: n % 16)
+        limits = [(n, stop) for n in chosen(range(undisturbed.left)) for stop in (n + 1, n + ALL)]
+        while limits:
+            bodies = [partial(oddities, expected, before, *call, *limit) for limit in limits[:TOGETHER]]
+            found = answers_of_child(bodies)
+            if found[-1] and found[:-1]:
+                found[-1:] = answers_of_child(bodies[len(found) - 1 : len(found)])
+            for (n, stop), odd in zip(limits, found):
+                if isinstance(odd, int):
+                    crashes[odd] += 1
+                    odd = {("exit status", odd, crashes[odd])}
+                yield f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}", odd
+            del limits[: len(found)]
 
 
 def walk(name, directory, chosen):
     """How many attempts there were, what of them is as in plain Python, and what nothing explains."""
     walked = dict(attempts(native, name, directory, chosen))
     odd, in_plain = set().union(*walked.values()), set()
-    for _, found in (
-        chain(failing_calls(plain, name, directory), attempts(plain, name, directory, spread)) if odd else ()
-    ):
-        in_plain |= found
-        if odd <= in_plain:
-            break
+    if odd:
+        for _, found in attempts(plain, name, directory, lambda numbers: sorted(numbers, key=lambda n: n % 16)):
+            in_plain |= found
+            if odd <= in_plain:
+                break
     return len(walked), odd & in_plain, {what: found - in_plain for what, found in walked.items() if found - in_plain}
 
 
@@ -177,18 +145,14 @@ def main():
     with tempfile.TemporaryDirectory(dir="/dev/shm") as parent:
         sys.dont_write_bytecode, sys.pycache_prefix = False, parent  # compiling is no part of any operation
         directory = Path(parent, "stage")
-        missed = own_functions(native).keys() - in_child(partial(functions_reached, directory))
+        missed = own_functions(native).keys() - in_child(functions_reached, directory)
         gc.freeze()
         for name in names:
-            tried, explained, unexplained = walk(name, directory, three if short else list)
+            third = (lambda numbers: numbers[len(numbers) // 6 :: len(numbers) // 3 + 1]) if short else list
+            tried, explained, unexplained = walk(name, directory, third)
             total.update(operations=1, attempts=tried, unexplained=len(unexplained))
-            print(
-                f"{name}: {tried} attempts",
-                *(f"as in plain Python: {part}" for part in explained),
-                *unexplained.items(),
-                sep="\n    ",
-                flush=True,
-            )
+            print(f"{name}: {tried} attempts", *(f"as in plain Python: {part}" for part in explained), sep="\n    ")
+            print(*unexplained.items(), sep="\n", end="\n" * bool(unexplained), flush=True)
     print(f"functions never reached: {sorted(missed)}", dict(total))
     sys.exit(bool(missed or total["unexplained"]))
 

@@ -11,7 +11,7 @@ import sys
 import tempfile
 from contextlib import contextmanager, suppress
 from functools import partial
-from itertools import product, repeat
+from itertools import count, product
 from types import ModuleType, SimpleNamespace
 
 import pytest
@@ -135,7 +135,7 @@ def staged(operation, module, directory):
     os.mkdir(directory)
     with restored(module), pytest.MonkeyPatch.context() as patch:
         patch.chdir(directory)
-        patch.setattr(tempfile, "_name_sequence", repeat("temporary"))
+        patch.setattr(tempfile, "_name_sequence", map(str, count()))
         operation.prepare(module, patch)
         yield
 
