@@ -1,5 +1,6 @@
 """Gives the module to many interpreters, alone and side by side, and compares what they leave with plain Python."""
 
+import signal
 import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
@@ -16,8 +17,8 @@ OWN, SHARED = ("isolated", "legacy") if IS_NEW else (True, False)
 LOCKS = {"locks of their own": [OWN], "a shared lock": [SHARED], "one or the other": [OWN, SHARED]}
 SIDE_BY_SIDE = 4
 COUNT = 4 * (1 + SIDE_BY_SIDE)
-#: CPython 3.12 leaves what is interned, 100 texts more than with plain Python; the heap wavers.
-SLACK = [100 * (1 + SIDE_BY_SIDE), 2**18, 0, 0, 0, 0, SIDE_BY_SIDE]
+#: CPython 3.12 leaves what is interned, some 90 texts more than with plain Python; the heap wavers.
+SLACK = [120 * (1 + SIDE_BY_SIDE), 2**18, 0, 0, 0, 0, SIDE_BY_SIDE]
 #: Without the first line, interpreters with locks of their own crash CPython 3.12 or 3.13 itself.
 CODE = """import os, sys; sys.modules |= dict.fromkeys(('_datetime', '_decimal', '_hashlib', '_ssl'))
 try: from stress import interpreters; interpreters.{}
@@ -63,6 +64,7 @@ def growth(name, locks):
     """What is left by one interpreter and then some side by side, and how many blocks more use of the module leaves."""
     from stress.leaks import measure  # here, as the interpreters import this file too
 
+    signal.alarm(300)  # Other processes may hold this one up.
     measured, main = [], import_module(NATIVE)
     for times in (2, 6, 2, 6):
         with ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
@@ -79,9 +81,9 @@ def main(processes, kinds):
 
     findings = 0
     for kind in kinds:
-        plain, *native = (in_child(partial(growth, name, LOCKS[kind])) for name in [PLAIN] + [NATIVE] * processes)
+        plain, *native = (in_child(growth, name, LOCKS[kind]) for name in [PLAIN] + [NATIVE] * processes)
         print(f"{COUNT * processes} interpreters with {kind} left", *native, f"{plain} with plain Python", sep="\n    ")
-        findings += sum(isinstance(n, str) or any(x > y + z for x, y, z in zip(n, plain, SLACK)) for n in native)
+        findings += sum(not isinstance(n, list) or any(x > y + z for x, y, z in zip(n, plain, SLACK)) for n in native)
     print(f"{COUNT * processes * len(kinds)} interpreters, {findings} findings")
     sys.exit(findings > 0)
 
