@@ -15,7 +15,7 @@ def answers_of_child(bodies):
     if (child := os.fork()) == 0:
         sys.stdout = sys.stderr = None
         try:
-            with open(writer, "wb") as pipe:
+            with open(writer, "wb", buffering=0) as pipe:
                 for body in bodies:
                     signal.alarm(STUCK)
                     pickle.dump(answer := body(), pipe)

@@ -5,7 +5,7 @@ import re
 import sys
 import tempfile
 import zlib
-from collections import Counter, namedtuple
+from collections import Counter
 from contextlib import suppress
 from functools import partial
 from itertools import count
@@ -25,7 +25,6 @@ FAR = 50_000  # more allocations than any operation makes
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
 TOGETHER = 30  # attempts in a process
 LOADED = dict(sys.modules)
-Answer = namedtuple("Answer", "outcome state again before left")
 
 
 class Done(BaseException):
@@ -58,9 +57,9 @@ def state(module, directory):
 
 
 def attempt(module, operation, directory, which, first, stop):
-    """The outcome of the operation's `which`-th call, if there is one, with the allocations from `first` to `stop`
-    failing, the state that it left, and the outcome of the same call once there is memory again. Where all goes well,
-    also the state before and the number of allocations."""
+    """For the operation's `which`-th call, if there is one, with the allocations from `first` to `stop` failing: its
+    outcome, the state that it left, and the outcome of the same call once there is memory again. Where all goes well,
+    the state before too, and the number of allocations."""
 
     def disturb(function, *args, **kwargs):
         if next(calls) != which:
@@ -77,12 +76,12 @@ def attempt(module, operation, directory, which, first, stop):
         except MemoryError:
             pass  # not `suppress`, which is a call
         _testcapi.remove_mem_hooks()
-        outcome, after, again = show(result, error), state(module, directory), None
+        found = {"outcome": show(result, error)} | state(module, directory)
         try:
-            again = show(function(*args, **kwargs))
+            found["again"] = show(function(*args, **kwargs))
         except BaseException as raised:
-            again = show(None, raised)
-        answers.append(Answer(outcome, after, again, before, FAR + 256 - left))
+            found["again"] = show(None, raised)
+        answers.append((found, before, FAR + 256 - left))
         raise Done
 
     calls, answers = count(), []
@@ -91,52 +90,52 @@ def attempt(module, operation, directory, which, first, stop):
     return answers and answers[0]
 
 
-def parts(answer, before):
-    state = {(name, answer.state.get(name)) for name in before | answer.state}
-    return {("outcome", answer.outcome), ("again", answer.again)} | state
-
-
-def oddities(expected, before, *arguments):
-    return parts(attempt(*arguments), before) - expected
+def oddities(expected, *arguments):
+    found, *_ = attempt(*arguments)
+    return {(name, found.get(name)) for name in dict(expected) | found} - expected
 
 
 def attempts(module, name, directory, chosen):
     """For each call of the operation, the attempts for the chosen of its allocations, and what they show but success,
     memory that ran out, and the state before. Many run in one process, but what they show counts only when they also
-    show it in a process of their own; crashes count one by one."""
-    crashes = Counter()
+    show it in a process of their own."""
     for which in count():
         call = module, OPERATIONS[name], directory, which
         undisturbed = in_child(attempt, *call, FAR, FAR + ALL)
         if not undisturbed:
             return
-        before = undisturbed.before
-        expected = {("outcome", "MemoryError"), ("again", undisturbed.outcome), *before.items()}
-        expected |= parts(undisturbed, before)
-        limits = [(n, stop) for n in chosen(range(undisturbed.left)) for stop in (n + 1, n + ALL)]
+        found, before, allocations = undisturbed
+        expected = {("outcome", "MemoryError"), ("again", found["outcome"]), *before.items(), *found.items()}
+        expected |= {(name, None) for name in before.keys() ^ found.keys()}
+        limits = [(n, stop) for n in chosen(range(allocations)) for stop in (n + 1, n + ALL)]
         while limits:
-            bodies = [partial(oddities, expected, before, *call, *limit) for limit in limits[:TOGETHER]]
+            bodies = [partial(oddities, expected, *call, *limit) for limit in limits[:TOGETHER]]
             found = answers_of_child(bodies)
             if found[-1] and found[:-1]:
                 found[-1:] = answers_of_child(bodies[len(found) - 1 : len(found)])
             for (n, stop), odd in zip(limits, found):
-                if isinstance(odd, int):
-                    crashes[odd] += 1
-                    odd = {("exit status", odd, crashes[odd])}
-                yield f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}", odd
+                what = f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}"
+                yield what, {("exit status", odd)} if isinstance(odd, int) else odd
             del limits[: len(found)]
+
+
+def three(numbers):
+    return numbers[len(numbers) // 6 :: len(numbers) // 3 + 1]
+
+
+def spread(numbers):
+    return sorted(numbers, key=lambda n: n % 16)
 
 
 def walk(name, directory, chosen):
     """How many attempts there were, what of them is as in plain Python, and what nothing explains."""
     walked = dict(attempts(native, name, directory, chosen))
     odd, in_plain = set().union(*walked.values()), set()
-    if odd:
-        for _, found in attempts(plain, name, directory, lambda numbers: sorted(numbers, key=lambda n: n % 16)):
-            in_plain |= found
-            if odd <= in_plain:
-                break
-    return len(walked), odd & in_plain, {what: found - in_plain for what, found in walked.items() if found - in_plain}
+    explanations = attempts(plain, name, directory, spread)
+    while not odd <= in_plain and (found := next(explanations, None)):
+        in_plain |= found[1]
+    explained = Counter(part for found in walked.values() for part in found & in_plain)
+    return len(walked), explained, {what: found - in_plain for what, found in walked.items() if found - in_plain}
 
 
 def main():
@@ -148,11 +147,10 @@ def main():
         missed = own_functions(native).keys() - in_child(functions_reached, directory)
         gc.freeze()
         for name in names:
-            third = (lambda numbers: numbers[len(numbers) // 6 :: len(numbers) // 3 + 1]) if short else list
-            tried, explained, unexplained = walk(name, directory, third)
-            total.update(operations=1, attempts=tried, unexplained=len(unexplained))
-            print(f"{name}: {tried} attempts", *(f"as in plain Python: {part}" for part in explained), sep="\n    ")
-            print(*unexplained.items(), sep="\n", end="\n" * bool(unexplained), flush=True)
+            tried, explained, unexplained = walk(name, directory, three if short else list)
+            total.update(operations=1, attempts=tried, explained=explained.total(), unexplained=len(unexplained))
+            lines = [*(f"{n} as in plain Python: {part}" for part, n in explained.items()), *unexplained.items()]
+            print(f"{name}: {tried} attempts", *lines, sep="\n    ", flush=True)
     print(f"functions never reached: {sorted(missed)}", dict(total))
     sys.exit(bool(missed or total["unexplained"]))
 

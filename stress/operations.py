@@ -1,6 +1,5 @@
 """The operations that every stress run walks over: each function of the module, with each outcome that it can have."""
 
-import argparse
 import ctypes
 import importlib
 import os
@@ -54,11 +53,9 @@ OUTCOMES += [
     scenario(f"{call.__name__}: {name} {strict}", BRING_UP.CASES[name], partial(call, strict=strict))
     for name, call, strict in product(BRING_UP.CASES, (BRING_UP.propagate, BRING_UP.ensure), (False, True))
 ]
-OUTCOMES += [Scenario(f"resolve: {n}", *ERAS.resolve(ERAS.OPTIONS[0], a)[1:]) for n, a in enumerate(ERAS.ANSWERS)]
-OUTCOMES += [
-    Scenario(f"resolve for {options}", *ERAS.resolve(options, ERAS.ANSWERS[0])[1:]) for options in ERAS.OPTIONS
-]
-TEXTS = [text for text in MANIFEST.MANIFESTS if text is None or len(text) < 10_000]
+RESOLVED = [*((ERAS.OPTIONS[0], answer) for answer in ERAS.ANSWERS), *((o, ERAS.ANSWERS[0]) for o in ERAS.OPTIONS)]
+OUTCOMES += [Scenario(f"resolve: {case}", *ERAS.resolve(*case)[1:]) for case in RESOLVED]
+TEXTS = [text for text in MANIFEST.MANIFESTS if "[[[" not in str(text)]  # deep recursion is the interpreter's affair
 OUTCOMES += [Scenario(f"manifest: {text}", MANIFEST.holding(text), MANIFEST.read) for text in TEXTS]
 
 
@@ -77,17 +74,12 @@ def import_afresh(module):
     return lambda: [*vars(importlib.import_module(name))]
 
 
-def salt(*numbers):
+def salt(function, *numbers):
     def make(module):
         module._ensure_legacy_src_namespace_alias()
-        return partial(sys.modules["src.obfuscation.layers.shared._core"].era_salt, *numbers)
+        return partial(getattr(sys.modules["src.obfuscation.layers.shared._core"], function), *numbers)
 
     return make
-
-
-def identity_salt(module):
-    salt(1, 2)(module)
-    return partial(sys.modules["src.obfuscation.layers.shared._core"].era_number_identity_salt, 1, era_number=2**63)
 
 
 def manager(module):
@@ -101,8 +93,8 @@ OTHERS = {
     "import": import_afresh,
     "guard's loader": lambda m: partial(m.create_runtime_freshness_guard("data")._module_loader, "name", "0"),
     "records": lambda m: lambda: (m.WalletRegistration("0xaddress"), repr(m.AuthToken("secret", 1.5))),
-    "identity salt": identity_salt,
-    **{f"salt of {numbers}": salt(*numbers) for numbers in ((1, 2), (0, 1), (1, "1"), (2**64, 1))},
+    "identity salt": salt("era_number_identity_salt", 1, 2**63),
+    **{f"salt of {numbers}": salt("era_salt", *numbers) for numbers in ((1, 2), (0, 1), (1, "1"), (2**64, 1))},
     **{f"entries of {o}": lambda m, o=o: lambda: [*m._runtime_module_manifest_entries(o)] for o in MANIFEST.OBJECTS},
     "sync manager": manager,
     "no argument": lambda m: m.login,
@@ -152,9 +144,6 @@ def functions_reached(directory):
 
 
 def arguments():
-    """Of a stress run: whether it shall be short, and the names of the operations that match a pattern."""
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--short", action="store_true")
-    parser.add_argument("pattern", nargs="?", default="")
-    options = parser.parse_args()
-    return options.short, [name for name in OPERATIONS if re.search(options.pattern, name)]
+    """Of a stress run, [--short] [PATTERN]: whether it shall be short, and the names of the operations that match."""
+    pattern, *_ = [*(argument for argument in sys.argv[1:] if argument != "--short"), ""]
+    return "--short" in sys.argv, [name for name in OPERATIONS if re.search(pattern, name)]
