@@ -1,7 +1,6 @@
 """Gives the module what comes from outside, in every shape: saved cases and, for so many minutes, variants of them."""
 
 import json
-import random
 import re
 import sys
 import tempfile
@@ -9,7 +8,6 @@ import time
 import urllib.request
 from collections import Counter, namedtuple
 from contextlib import suppress
-from itertools import chain
 from math import inf, nan
 from pathlib import Path, PurePosixPath
 from types import SimpleNamespace as namespace
@@ -87,8 +85,7 @@ def altered(draw, value, whole=False):
         name = draw(st.sampled_from([*value]) if value and draw(st.integers(0, 3)) else texts)
         return value | {name: altered(draw, value.get(name))}
     if isinstance(value, list) and inside:
-        n = draw(st.integers(0, len(value)))
-        return [*value[:n], altered(draw, (value[n:] or [None])[0]), *value[n + draw(st.integers(0, 1)) :]]
+        return [*altered(draw, dict(enumerate(value)), whole=True).values()][draw(st.integers(0, 1)) :]
     if isinstance(value, bytes):
         with suppress(ValueError, RecursionError):
             if (document := json.loads(value)) and inside > 1:
@@ -117,27 +114,27 @@ def go_round(surface, directory, number):
         tried.append(case)
         attempt(surface, case, directory)
 
-    tried = []
+    tried, finding = [], None
     try:
         explore() if number else [explore.hypothesis.inner_test(case) for case in CASES[surface]]
     except Exception as error:
-        return len(tried), f"{tried[-1:]}: {error!r}"
-    return len(tried), None
+        finding = f"{tried[-1:]}: {error!r}"
+    return len(tried), finding
 
 
 def main(minutes):
-    tried, findings, end = Counter(), 0, time.monotonic() + 60 * minutes
+    told, number, end = Counter(), 0, time.time_ns() + 60e9 * minutes
     with tempfile.TemporaryDirectory(dir="/dev/shm") as parent:
-        for number in chain([0], iter(lambda: time.monotonic() < end and random.getrandbits(32), False)):
+        while number < end:
             for surface in CALLS:
                 answer = in_child(go_round, surface, Path(parent, "stage"), number)
                 count, finding = answer if isinstance(answer, tuple) else (1, answer)
-                tried[surface] += count
-                if finding:
-                    findings += 1
+                told.update({surface: count, "findings": finding is not None})
+                if finding is not None:
                     print(f"{surface} in round {number}: {finding}", flush=True)
-    print(dict(tried))
-    print(f"{tried.total()} cases, {findings} findings")
+            number = time.time_ns()
+    findings = told.pop("findings")
+    print(f"{told.total()} cases, {findings} findings: {dict(told)}")
     sys.exit(findings > 0)
 
 

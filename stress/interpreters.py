@@ -13,8 +13,7 @@ from types import SimpleNamespace
 
 NATIVE, PLAIN = "sablecrest.agent_onboarding", "benchmarks.plain.agent_onboarding"
 IS_NEW = sys.version_info >= (3, 13)
-OWN, SHARED = ("isolated", "legacy") if IS_NEW else (True, False)
-LOCKS = {"locks of their own": [OWN], "a shared lock": [SHARED], "one or the other": [OWN, SHARED]}
+LOCKS = {"locks of their own": ["isolated"], "a shared lock": ["legacy"], "one or the other": ["isolated", "legacy"]}
 SIDE_BY_SIDE = 4
 COUNT = 4 * (1 + SIDE_BY_SIDE)
 #: CPython 3.12 leaves what is interned, some 90 texts more than with plain Python; the heap wavers.
@@ -53,7 +52,7 @@ def check(name, number, times):
 
 def live(name, times, locks, met, number):
     interpreters, lock = import_module("_interpreters" if IS_NEW else "_xxsubinterpreters"), locks[number % len(locks)]
-    one = interpreters.create(lock) if IS_NEW else interpreters.create(isolated=lock)
+    one = interpreters.create(lock) if IS_NEW else interpreters.create(isolated=lock == "isolated")
     for function in ("use", "check"):
         interpreters.run_string(one, CODE.format(f"{function}({name!r}, {1 + number}, {times})"))
         met.wait()
