@@ -90,6 +90,14 @@ def attempt(module, operation, directory, which, first, stop):
     return answers and answers[0]
 
 
+def undisturbed(*call):
+    return attempt(*call, FAR, FAR + ALL)
+
+
+def warm(*call):
+    undisturbed(*call)  # the first time makes allocations of its own
+
+
 def oddities(expected, *arguments):
     found, *_ = attempt(*arguments)
     return {(name, found.get(name)) for name in dict(expected) | found} - expected
@@ -101,18 +109,18 @@ def attempts(module, name, directory, chosen):
     show it in a process of their own."""
     for which in count():
         call = module, OPERATIONS[name], directory, which
-        undisturbed = in_child(attempt, *call, FAR, FAR + ALL)
-        if not undisturbed:
+        *_, answer = answers_of_child([partial(warm, *call), partial(undisturbed, *call)])
+        if not answer:
             return
-        found, before, allocations = undisturbed
+        found, before, allocations = answer
         expected = {("outcome", "MemoryError"), ("again", found["outcome"]), *before.items(), *found.items()}
         expected |= {(name, None) for name in before.keys() ^ found.keys()}
         limits = [(n, stop) for n in chosen(range(allocations)) for stop in (n + 1, n + ALL)]
         while limits:
             bodies = [partial(oddities, expected, *call, *limit) for limit in limits[:TOGETHER]]
-            found = answers_of_child(bodies)
-            if found[-1] and found[:-1]:
-                found[-1:] = answers_of_child(bodies[len(found) - 1 : len(found)])
+            _, *found = answers_of_child([partial(warm, *call), *bodies])
+            if found[-1]:
+                _, found[-1] = answers_of_child([partial(warm, *call), bodies[len(found) - 1]])
             for (n, stop), odd in zip(limits, found):
                 what = f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}"
                 yield what, {("exit status", odd)} if isinstance(odd, int) else odd
