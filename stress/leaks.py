@@ -16,7 +16,7 @@ from stress.child import in_child
 from stress.operations import OPERATIONS, Watched, arguments, staged
 
 MOST_ROUNDS = 20
-KINDS = "blocks", "bytes of native heap", "bytes in mappings", "descriptors", "collectable objects", "references"
+KINDS = "blocks, bytes of native heap, bytes in mappings, descriptors, collectable objects, references"
 
 
 class HeapInfo(ctypes.Structure):
@@ -42,7 +42,7 @@ def growth(module, names, directory, repeats):
     the same, or one of too many."""
     constants = [*{id(o): o for o in gc.get_referents(*gc.get_objects())}.values()]
     gc.freeze()
-    grown = deque((array("q", [n] * len(KINDS)) for n in range(3)), maxlen=3)  # as many objects as later on
+    grown = deque((array("q", [n] * 6) for n in range(3)), maxlen=3)  # as many objects as later on
     before = measure(constants)
     for _ in range(MOST_ROUNDS):
         for name in names * repeats:
@@ -59,16 +59,14 @@ def growth(module, names, directory, repeats):
 def leaks(names, directory, repeats):
     """Those of the operations that leave something behind, and more than in plain Python; found by halving."""
     grown = in_child(growth, native, names, directory, repeats)
-    if not isinstance(grown, str) and max(grown) <= 0:
-        return {}
+    if not isinstance(grown, int) and max(grown) <= 0:
+        return []
     if half := len(names) // 2:
-        return leaks(names[:half], directory, repeats) | leaks(names[half:], directory, repeats)
+        return leaks(names[:half], directory, repeats) + leaks(names[half:], directory, repeats)
     excused = in_child(growth, plain, names, directory, repeats)
-    print(f"{names[0]} leaves behind", *(grown if isinstance(grown, str) else map("{} {},".format, grown, KINDS)))
-    print("    and in plain Python", *(excused if isinstance(excused, str) else map("{} {},".format, excused, KINDS)))
-    if isinstance(grown, str) or isinstance(excused, str) or any(n > max(m, 0) for n, m in zip(grown, excused)):
-        return {names[0]: grown}
-    return {}
+    print(f"{names[0]} leaves {grown}, in plain Python {excused}: {KINDS}")
+    crashed = isinstance(grown, int) or isinstance(excused, int)
+    return names if crashed or any(n > max(m, 0) for n, m in zip(grown, excused)) else []
 
 
 def main():

@@ -90,12 +90,8 @@ def attempt(module, operation, directory, which, first, stop):
     return answers and answers[0]
 
 
-def undisturbed(*call):
-    return attempt(*call, FAR, FAR + ALL)
-
-
-def warm(*call):
-    undisturbed(*call)  # the first time makes allocations of its own
+def warm_up(*call):
+    attempt(*call, FAR, FAR + ALL)  # the first time makes allocations of its own
 
 
 def oddities(expected, *arguments):
@@ -103,47 +99,41 @@ def oddities(expected, *arguments):
     return {(name, found.get(name)) for name in dict(expected) | found} - expected
 
 
-def attempts(module, name, directory, chosen):
-    """For each call of the operation, the attempts for the chosen of its allocations, and what they show but success,
-    memory that ran out, and the state before. Many run in one process, but what they show counts only when they also
-    show it in a process of their own."""
+def attempts(module, name, directory, most=None):
+    """For each call of the operation, the attempts for at most so many of its allocations, spread over all, and what
+    they are the first to show but success, memory that ran out, and the state before. Many run in one process, but what
+    they show counts only when they also show it in a process of their own."""
     for which in count():
         call = module, OPERATIONS[name], directory, which
-        *_, answer = answers_of_child([partial(warm, *call), partial(undisturbed, *call)])
+        warm = partial(warm_up, *call)
+        _, answer = answers_of_child([warm, partial(attempt, *call, FAR, FAR + ALL)])
         if not answer:
             return
         found, before, allocations = answer
         expected = {("outcome", "MemoryError"), ("again", found["outcome"]), *before.items(), *found.items()}
         expected |= {(name, None) for name in before.keys() ^ found.keys()}
-        limits = [(n, stop) for n in chosen(range(allocations)) for stop in (n + 1, n + ALL)]
+        spread = sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]
+        limits = [(n, stop) for n in spread for stop in (n + 1, n + ALL)]
         while limits:
             bodies = [partial(oddities, expected, *call, *limit) for limit in limits[:TOGETHER]]
-            _, *found = answers_of_child([partial(warm, *call), *bodies])
+            _, *found = answers_of_child([warm, *bodies])
             if found[-1]:
-                _, found[-1] = answers_of_child([partial(warm, *call), bodies[len(found) - 1]])
+                _, found[-1] = answers_of_child([warm, bodies[len(found) - 1]])
+                expected |= found[-1] if isinstance(found[-1], set) else set()
             for (n, stop), odd in zip(limits, found):
                 what = f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}"
                 yield what, {("exit status", odd)} if isinstance(odd, int) else odd
             del limits[: len(found)]
 
 
-def three(numbers):
-    return numbers[len(numbers) // 6 :: len(numbers) // 3 + 1]
-
-
-def spread(numbers):
-    return sorted(numbers, key=lambda n: n % 16)
-
-
-def walk(name, directory, chosen):
+def walk(name, directory, most):
     """How many attempts there were, what of them is as in plain Python, and what nothing explains."""
-    walked = dict(attempts(native, name, directory, chosen))
+    walked = dict(attempts(native, name, directory, most))
     odd, in_plain = set().union(*walked.values()), set()
-    explanations = attempts(plain, name, directory, spread)
+    explanations = attempts(plain, name, directory)
     while not odd <= in_plain and (found := next(explanations, None)):
         in_plain |= found[1]
-    explained = Counter(part for found in walked.values() for part in found & in_plain)
-    return len(walked), explained, {what: found - in_plain for what, found in walked.items() if found - in_plain}
+    return len(walked), odd & in_plain, {what: found - in_plain for what, found in walked.items() if found - in_plain}
 
 
 def main():
@@ -155,9 +145,9 @@ def main():
         missed = own_functions(native).keys() - in_child(functions_reached, directory)
         gc.freeze()
         for name in names:
-            tried, explained, unexplained = walk(name, directory, three if short else list)
-            total.update(operations=1, attempts=tried, explained=explained.total(), unexplained=len(unexplained))
-            lines = [*(f"{n} as in plain Python: {part}" for part, n in explained.items()), *unexplained.items()]
+            tried, explained, unexplained = walk(name, directory, 3 if short else None)
+            total.update(operations=1, attempts=tried, explained=len(explained), unexplained=len(unexplained))
+            lines = [*(f"as in plain Python: {part}" for part in explained), *unexplained.items()]
             print(f"{name}: {tried} attempts", *lines, sep="\n    ", flush=True)
     print(f"functions never reached: {sorted(missed)}", dict(total))
     sys.exit(bool(missed or total["unexplained"]))

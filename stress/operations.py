@@ -27,32 +27,24 @@ FILES = sorted(path for path in TESTS.glob("*/test_*.py") if "SCENARIOS = " in p
 TABLES = {path.stem.removeprefix("test_"): SimpleNamespace(**runpy.run_path(str(path))) for path in FILES}
 LOADING, BRING_UP, BOOTSTRAP = TABLES["module_loading"], TABLES["bring_up"], TABLES["bootstrap"]
 ERAS, MANIFEST = TABLES["eras"], TABLES["manifest"]
-#: Long steps that have operations of their own.
-SHORT = {
-    "_load_per_era_backtester": lambda *_, **__: ModuleType("b"),
-    "_ensure_legacy_src_namespace_alias": lambda: None,
-}
 
 
 def shortened(prepare):
-    return lambda module, patch: (prepare(module, patch), vars(module).update(SHORT))
+    """Without long steps that have operations of their own."""
+    steps = {"_load_per_era_backtester": lambda *_, **__: ModuleType("b"), "_ensure_legacy_src_namespace_alias": int}
+    return lambda module, patch: (prepare(module, patch), vars(module).update(steps))
 
 
 COMPILED = ["marking", "failing", "interrupted", "replacing", "replacing_and_failing"]
-OUTCOMES = [
-    Scenario(f"{table}: {s.name}", *s[1:])
-    for table in TABLES
-    for s in TABLES[table].SCENARIOS
-    if table != "bootstrap" and "[[[" not in s.name
-]
+LISTED = [(t, s) for t in TABLES if t != "bootstrap" for s in TABLES[t].SCENARIOS if "[[[" not in s.name]
+OUTCOMES = [Scenario(f"{table}: {s.name}", *s[1:]) for table, s in LISTED]
 LOADS = LOADING.CASES | {name: (LOADING.case(name), partial(LOADING.load, name=name)) for name in COMPILED}
 OUTCOMES += [scenario(f"load: {name}", shortened(prepare), call) for name, (prepare, call) in LOADS.items()]
 BOOTSTRAPS = BOOTSTRAP.CASES | {"whole": BOOTSTRAP.era()}
 OUTCOMES += [scenario(f"bootstrap: {n}", shortened(p), BOOTSTRAP.bootstrap) for n, p in BOOTSTRAPS.items()]
-OUTCOMES += [
-    scenario(f"{call.__name__}: {name} {strict}", BRING_UP.CASES[name], partial(call, strict=strict))
-    for name, call, strict in product(BRING_UP.CASES, (BRING_UP.propagate, BRING_UP.ensure), (False, True))
-]
+for name, call, strict in product(BRING_UP.CASES, (BRING_UP.propagate, BRING_UP.ensure), (False, True)):
+    case = f"{call.__name__}: {name} {strict}"
+    OUTCOMES.append(scenario(case, BRING_UP.CASES[name], partial(call, strict=strict)))
 RESOLVED = [*((ERAS.OPTIONS[0], answer) for answer in ERAS.ANSWERS), *((o, ERAS.ANSWERS[0]) for o in ERAS.OPTIONS)]
 OUTCOMES += [Scenario(f"resolve: {case}", *ERAS.resolve(*case)[1:]) for case in RESOLVED]
 TEXTS = [text for text in MANIFEST.MANIFESTS if "[[[" not in str(text)]  # deep recursion is the interpreter's affair
