@@ -18,6 +18,11 @@ test:  ## run the tests
 sanitize:  ## run the tests under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
 	tools/test sanitize
 
+stress:  ## let memory run out, look for leaks, use many interpreters and hostile input (long)
+	tools/build
+	tools/build sanitize
+	tools/each tools/stress
+
 bench:  ## compare the speed with plain Python
 	tools/build
 	$(on_path) $(bin)/python benchmarks/benchmark.py
@@ -40,7 +45,7 @@ lint:  ## run clang-tidy
 
 package:  ## build sdist and wheels of the last commit twice and check them
 	tools/setup
-	@for python in .venv/cp*/bin/python; do $$python tools/check_package.py || exit; done
+	@tools/each sh -c '"$$1/bin/python" tools/check_package.py' check
 
 windows:  ## cross-build for 64-bit Windows and check the file
 	tools/windows_cross
@@ -52,4 +57,4 @@ reference:  ## write docs/reference.md from the type stub and the docstrings
 clean:  ## remove everything that was set up and built
 	rm -rf build .venv dist
 
-.PHONY: help demo test sanitize bench format format-check lint package windows reference clean
+.PHONY: help demo test sanitize stress bench format format-check lint package windows reference clean
