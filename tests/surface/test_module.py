@@ -59,10 +59,6 @@ REFUSALS = {
     "OSError: Cannot read wallet from {}/linked/wallet.key. Check file permissions.": read_when_gone,
     "OSError: Cannot write wallet to {}/dangling/wallet.key. Check directory permissions.": write_dangling,
     "TypeError: login() takes at least 1 positional argument (0 given)": lambda m: m.login(),
-    "TypeError: register() takes at most 5 positional arguments (6 given)": lambda m: m.register(*range(6)),
-    "TypeError: configure() takes exactly 0 positional arguments (2 given)": lambda m: m.configure(1, 2),
-    "TypeError: register() got an unexpected keyword argument 'colour'": lambda m: m.register(colour=1),
-    "TypeError: login() got multiple values for keyword argument 'private_key'": lambda m: m.login("", private_key=""),
 }
 
 
