@@ -2,7 +2,6 @@
 
 import ctypes
 import gc
-import inspect
 import subprocess
 import sys
 from itertools import product
@@ -156,11 +155,6 @@ def test_the_layer_does_what_plain_python_does_and_leaks_nothing(case):
         gc.collect()
         held.append(sys.getallocatedblocks() + sum(sys.getrefcount(value) for pool in pools for value in pool))
     assert held[1] - held[0] < 500  # one block or reference a run is 1000
-
-
-def test_the_signature_is_the_line_that_declares_it():
-    line = "(first, second=None, *, third=True, fourth=False, fifth=64, **kwargs)"
-    assert (str(inspect.signature(native.options)), native.options.__doc__) == (line, None)
 
 
 # In a process of its own: interpreters leave strings behind that the leak check would report.
