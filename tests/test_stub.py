@@ -43,5 +43,3 @@ def test_what_the_types_forbid_is_refused() -> None:
         configure(market_id="7")  # type: ignore[arg-type]
     with pytest.raises(ValueError, match="Unknown"):
         configure(colour="red")  # type: ignore[call-arg]
-    with pytest.raises(ValueError, match="Invalid private key"):
-        login(None)  # type: ignore[arg-type]

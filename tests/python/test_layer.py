@@ -1,7 +1,6 @@
-"""The layer does what plain Python does, in what it refuses and leaves behind too."""
+"""The layer does what plain Python does, in what it refuses too."""
 
 import ctypes
-import gc
 import subprocess
 import sys
 from itertools import product
@@ -144,17 +143,9 @@ def outcomes(function, pools):
 
 
 @pytest.mark.parametrize("case", CASES.values(), ids=CASES)
-def test_the_layer_does_what_plain_python_does_and_leaks_nothing(case):
+def test_the_layer_does_what_plain_python_does(case):
     function, plain, *pools = case
     assert [*outcomes(function, pools)] == [*outcomes(plain, pools)]
-
-    held = []
-    for runs in (50, 1000):
-        for _ in range(runs):
-            list(outcomes(function, pools))
-        gc.collect()
-        held.append(sys.getallocatedblocks() + sum(sys.getrefcount(value) for pool in pools for value in pool))
-    assert held[1] - held[0] < 500  # one block or reference a run is 1000
 
 
 # In a process of its own: interpreters leave strings behind that the leak check would report.

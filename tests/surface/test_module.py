@@ -83,13 +83,8 @@ def test_records_are_dataclasses(name, fields, module):
     assert list(map(repr, dataclasses.fields(made))) == list(map(repr, dataclasses.fields(expected)))
 
 
-def in_new_interpreter(script):
-    command = [sys.executable, "-X", "dev", "-W", "error", "-c", script]
-    return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.splitlines()
-
-
 def test_module_imports_once_per_interpreter_and_only_success_counts():
-    *failures, data_dir, refusal = in_new_interpreter("""
+    script = """
 import importlib, sys, sablecrest
 for name in "era_config", "auth", "errors", "runtime_module_freshness", "settings", "skills", "sync":
     sibling = importlib.import_module(f"sablecrest.{name}")
@@ -109,7 +104,9 @@ try:
     importlib.import_module("sablecrest.agent_onboarding")
 except RuntimeError as error:
     print(error)
-""")
+"""
+    command = [sys.executable, "-X", "dev", "-W", "error", "-c", script]
+    *failures, data_dir, refusal = subprocess.check_output(command, text=True).splitlines()
     assert len(failures) == 7
     assert data_dir == os.path.expanduser("~/.sablecrest/data")
     assert not os.path.exists(data_dir)
