@@ -110,6 +110,12 @@ inline Object dict_of(const Object& mapping) {
     return type(PyDict_Type)(mapping);
 }
 
+/// `mapping.items()`. A real dict lists them: CPython 3.12 crashes where there is no memory for an iterator over them.
+inline Object items_of(const Object& mapping) {
+    if (PyDict_CheckExact(mapping.ptr())) return Object::steal(PyDict_Items(mapping.ptr()));
+    return mapping.call<"items">();
+}
+
 /// `list(iterable)`, `sorted(iterable)`, `sorted(iterable, key=…)`
 inline Object list_of(const Object& iterable) { return Object::steal(PySequence_List(iterable.ptr())); }
 

@@ -32,7 +32,7 @@ Object read_manifest(Module m, const Object& data_dir) {
 }
 
 Object sorted_files(Module m, const Object& manifest) {
-    return iterator(sorted(m.call<"_manifest_files">(manifest).call<"items">()));
+    return iterator(sorted(items_of(m.call<"_manifest_files">(manifest))));
 }
 
 /// The module name that the entry is for, or something falsy where it is no runtime module of this platform.
