@@ -31,8 +31,11 @@ Object make_class(Module m, const Object& name, const Object& attributes, PyMeth
     Object cls = type(PyType_Type)(name, tuple(), attributes);
     compat::set_module(cls.ptr(), m.ptr());
     for (PyMethodDef* method = methods; method->ml_name != nullptr; ++method) {
-        PyObject* descriptor = PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(cls.ptr()), method);
-        cls.set(from_utf8(method->ml_name), Object::steal(descriptor));
+        const Object attribute = from_utf8(method->ml_name);
+        const Object descriptor = Object::steal(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(cls.ptr()), method));
+        if (PyObject_SetAttr(cls.ptr(), attribute.ptr(), descriptor.ptr()) == 0) continue;
+        PyErr_NoMemory();  // Nothing else can fail, but CPython 3.13 calls it a missing attribute.
+        throw_pending();
     }
     return cls;
 }
