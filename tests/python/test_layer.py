@@ -1,7 +1,6 @@
 """The layer does what plain Python does, in what it refuses too."""
 
 import ctypes
-import subprocess
 import sys
 from itertools import product
 from types import ModuleType
@@ -146,18 +145,3 @@ def outcomes(function, pools):
 def test_the_layer_does_what_plain_python_does(case):
     function, plain, *pools = case
     assert [*outcomes(function, pools)] == [*outcomes(plain, pools)]
-
-
-# In a process of its own: interpreters leave strings behind that the leak check would report.
-NAMES_AT_ONCE = """
-import concurrent.futures as futures, layer_test, sys
-interpreters = __import__("_interpreters" if sys.version_info >= (3, 13) else "_xxsubinterpreters")
-class Elsewhere:
-    def __format__(self, _):
-        other, code = interpreters.create(), "import layer_test; layer_test.text_(1, 2)"
-        return str([interpreters.run_string(other, code), interpreters.destroy(other)])
-assert {*futures.ThreadPoolExecutor().map(layer_test.text_, [Elsewhere()] * 4, "aaaa")} == {"«[None, None]» — a"}"""
-
-
-def test_each_interpreter_has_its_own_names():
-    subprocess.run([sys.executable, "-X", "dev", "-W", "error", "-c", NAMES_AT_ONCE], check=True)
