@@ -28,10 +28,6 @@ TOGETHER = 30  # attempts in a process
 LOADED = dict(sys.modules)
 
 
-class Done(BaseException):
-    pass
-
-
 def show(result, error=None):
     """As text without addresses, and without the stand-in for which the interpreter misses an exception; the same for
     each exception that comes of missing memory."""
@@ -39,7 +35,7 @@ def show(result, error=None):
     while (link := links[-1] and (links[-1].__cause__ or links[-1].__context__)) not in links:
         links.append(link)
     kinds = {*map(type, links)}
-    if MemoryError in kinds and SystemError not in kinds:
+    if (MemoryError in kinds or "can't allocate" in repr(links)) and SystemError not in kinds:  # a lock, for instance
         return "MemoryError"
     text = re.sub(r"<function .*?> returned NULL without setting an", "error return without", repr(error or result))
     return re.sub(r" at 0x\w+|(?<=without exception) set", "", text)
@@ -84,7 +80,7 @@ def attempt(module, operation, directory, which, first, stop):
         except BaseException as raised:
             found["again"] = show(None, raised)
         answers.append((found, before, FAR + 256 - left))
-        raise Done
+        raise KeyboardInterrupt  # The rest does not matter.
 
     calls, answers = count(), []
     with staged(operation, module, directory), suppress(BaseException):
@@ -129,7 +125,7 @@ def attempts(module, name, directory, most=None):
 
 
 def walk(name, directory, most):
-    """How many attempts there were, what of them is as in plain Python, where it does the same or its like, and what
+    """How many attempts there were, what plain Python explains of them, where it does the same or its like, and what
     nothing explains."""
     walked = dict(attempts(native, name, directory, most))
     odd, in_plain = set().union(*walked.values()), set()
@@ -137,9 +133,11 @@ def walk(name, directory, most):
     explanations = chain.from_iterable(attempts(plain, each, directory) for each in family)
     while not odd <= in_plain and (found := next(explanations, None)):
         in_plain |= found[1]
-    if "exit status" in dict(in_plain):  # the interpreter spoiled its memory, which ends in many ways
-        in_plain |= {part for part in odd if part[0] == "exit status"}
-    return len(walked), odd & in_plain, {what: found - in_plain for what, found in walked.items() if found - in_plain}
+    explained = dict.fromkeys(odd & in_plain, "as in plain Python")
+    if "exit status" in dict(in_plain):  # The interpreter spoils its memory, which ends in many ways.
+        explained |= {part: "as plain Python crashes" for part in odd - in_plain if part[0] in ("exit status", "again")}
+    unexplained = {what: found - explained.keys() for what, found in walked.items() if found - explained.keys()}
+    return len(walked), explained, unexplained
 
 
 def main():
@@ -154,7 +152,7 @@ def main():
         for name in names:
             tried, explained, unexplained = walk(name, directory, 3 if short else None)
             total.update(operations=1, attempts=tried, explained=len(explained), unexplained=len(unexplained))
-            lines = [*(f"as in plain Python: {part}" for part in explained), *unexplained.items()]
+            lines = [*(f"{why}: {part}" for part, why in explained.items()), *unexplained.items()]
             print(f"{name}: {tried} attempts", *lines, sep="\n    ", flush=True)
     print(f"functions never reached: {sorted(missed)}", dict(total))
     sys.exit(bool(missed or total["unexplained"]))

@@ -66,11 +66,8 @@ def import_afresh(module):
     sys.modules.pop(name, None)
 
     def load():
-        try:
+        with suppress(RuntimeError):  # It was initialised, then memory for the rest of the import ran out.
             importlib.import_module(name)
-        except RuntimeError as error:  # the module was initialised, and then memory for the rest of the import ran out
-            if "already been imported" not in str(error):
-                raise
 
     return load
 
