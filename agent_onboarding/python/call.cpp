@@ -67,4 +67,13 @@ Object lookup(PyObject* mapping, const Object& key, const Object* otherwise) {
     return otherwise != nullptr ? *otherwise : none();
 }
 
+Object lookup_or_make(PyObject* mapping, const Object& key, Object make_default()) {
+    if (!PyDict_CheckExact(mapping)) {
+        const Object otherwise = make_default();
+        return lookup(mapping, key, &otherwise);
+    }
+    PyObject* value = nullptr;
+    return check(compat::find_item(mapping, key.ptr(), &value)) != 0 ? Object::steal(value) : make_default();
+}
+
 }  // namespace py::detail

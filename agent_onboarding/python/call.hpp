@@ -97,6 +97,7 @@ std::optional<Object> find(PyObject* object, const Name& name);
 void set(PyObject* object, const Name& name, const Object& value);
 /// `mapping.get(key)`, `mapping.get(key, otherwise)`
 Object lookup(PyObject* mapping, const Object& key, const Object* otherwise);
+Object lookup_or_make(PyObject* mapping, const Object& key, Object make_default());
 
 }  // namespace detail
 
@@ -160,6 +161,11 @@ template <Literal L, typename Default>
 Object Object::lookup(const Default& otherwise) const {
     const Object& value = to_object(otherwise);
     return detail::lookup(pointer_, string_name<L>.get(), &value);
+}
+
+template <Literal L>
+Object Object::lookup(Object make_default()) const {
+    return detail::lookup_or_make(pointer_, string_name<L>.get(), make_default);
 }
 
 /// `getattr(x, "name", None)`

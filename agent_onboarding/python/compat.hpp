@@ -31,6 +31,16 @@ inline int find_attribute(PyObject* object, PyObject* name, PyObject** value) no
 #endif
 }
 
+/// Negative with an exception set.
+inline int discard_item(PyObject* dict, PyObject* key) noexcept {
+#if PY_VERSION_HEX >= 0x030D0000
+    return PyDict_Pop(dict, key, nullptr);
+#else
+    const int found = PyDict_Contains(dict, key);
+    return found > 0 ? PyDict_DelItem(dict, key) : found;
+#endif
+}
+
 /// Makes the module the one that methods of the class find. `PyType_FromModuleAndSpec` would do so itself, but only
 /// `type()` makes classes that are like any other in every respect, and it leaves this field empty.
 inline void set_module(PyObject* heap_type, PyObject* module) noexcept {

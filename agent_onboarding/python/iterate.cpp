@@ -1,7 +1,16 @@
-/// \file Unpacking with the errors of an assignment statement.
+/// \file Unpacking with the errors of an assignment statement, and what containers do with their own methods.
 #include "python/iterate.hpp"
 
+#include "python/call.hpp"
+
 namespace py {
+
+void discard(const Object& mapping, const Object& key) {
+    if (PyDict_CheckExact(mapping.ptr()))
+        check(compat::discard_item(mapping.ptr(), key.ptr()));
+    else
+        mapping.call<"pop">(key, none());
+}
 
 Object detail::exactly(const Object& iterable, Py_ssize_t count) {
     if (Py_TYPE(iterable.ptr())->tp_iter == nullptr && PySequence_Check(iterable.ptr()) == 0) {

@@ -85,7 +85,13 @@ void for_each_item(const Object& dict, Body body) {
         body(Object::borrow(key), Object::borrow(value));
 }
 
-inline void append(const Object& list, const Object& item) { check(PyList_Append(list.ptr(), item.ptr())); }
+/// `x.append(item)`. The methods of `list` itself cannot be rebound, so a real `list` is asked directly.
+inline void append(const Object& list, const Object& item) {
+    if (PyList_CheckExact(list.ptr()))
+        check(PyList_Append(list.ptr(), item.ptr()));
+    else
+        list.call<"append">(item);
+}
 
 /// A set of the items, `set()`.
 template <std::same_as<Object>... Items>
@@ -115,6 +121,9 @@ inline Object items_of(const Object& mapping) {
     if (PyDict_CheckExact(mapping.ptr())) return Object::steal(PyDict_Items(mapping.ptr()));
     return mapping.call<"items">();
 }
+
+/// `mapping.pop(key, None)` for its effect.
+void discard(const Object& mapping, const Object& key);
 
 /// `list(iterable)`, `sorted(iterable)`, `sorted(iterable, key=…)`
 inline Object list_of(const Object& iterable) { return Object::steal(PySequence_List(iterable.ptr())); }

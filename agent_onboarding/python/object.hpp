@@ -107,6 +107,9 @@ public:
     [[nodiscard]] Object lookup() const;
     template <Literal L, typename Default>
     [[nodiscard]] Object lookup(const Default& otherwise) const;
+    /// The same with a default that is made where it is asked for.
+    template <Literal L>
+    [[nodiscard]] Object lookup(Object make_default()) const;
 
 private:
     friend class Borrowed;
@@ -186,8 +189,6 @@ inline Object operator+(const Object& left, const Object& right) {
 /// A type of the interpreter, `type(PyUnicode_Type)`, and the type of an object.
 inline Object type(PyTypeObject& builtin) { return Object::borrow(reinterpret_cast<PyObject*>(&builtin)); }
 inline Object type_of(const Object& object) { return type(*Py_TYPE(object.ptr())); }
-/// `id(x)`
-inline Object identity(const Object& object) { return Object::steal(PyLong_FromVoidPtr(object.ptr())); }
 
 /// `int(x)`
 inline Object as_int(const Object& value) { return Object::steal(PyNumber_Long(value.ptr())); }

@@ -11,6 +11,15 @@ bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
 
 }  // namespace
 
+bool detail::contains_any(PyObject* string, std::string_view characters) noexcept {
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
+    for (Py_ssize_t i = 0; i < size; ++i) {
+        const Py_UCS4 character = PyUnicode_READ_CHAR(string, i);
+        if (std::ranges::any_of(characters, [=](char one) { return Py_UCS4(one) == character; })) return true;
+    }
+    return false;
+}
+
 Object detail::concatenated(PyObject* const* texts, std::size_t count) {
     Py_ssize_t size = 0;
     Py_UCS4 highest = 0;
@@ -39,6 +48,11 @@ Object strip(const Object& object) {
     while (begin < end && is_space_at(string, begin)) ++begin;
     while (begin < end && is_space_at(string, end - 1)) --end;
     return Object::steal(PyUnicode_Substring(string, begin, end));
+}
+
+Object rpartition(const Object& object, const Object& separator) {
+    if (are_strings(object, separator)) return Object::steal(PyUnicode_RPartition(object.ptr(), separator.ptr()));
+    return object.call<"rpartition">(separator);
 }
 
 bool ends_with(const Object& object, const Object& suffix) {

@@ -36,6 +36,9 @@ inline bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexc
     return true;
 }
 
+/// Whether one of the characters, which are ASCII, stands in `string`.
+bool contains_any(PyObject* string, std::string_view characters) noexcept;
+
 /// The texts one after the other.
 Object concatenated(PyObject* const* texts, std::size_t count);
 
@@ -54,16 +57,13 @@ Object text(const Arguments&... arguments) {
 
 inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }
 
-/// `"/" in text` for a single character.
-template <Literal L>
-bool contains(const Object& text) {
-    static_assert(L.view().size() == 1);
-    if (!text.is_plain_str()) return contains(text, string_name<L>.get());
-    constexpr Py_ssize_t not_found = -1;
-    const Py_ssize_t index =
-        PyUnicode_FindChar(text.ptr(), Py_UCS4{L.view()[0]}, 0, PyUnicode_GET_LENGTH(text.ptr()), 1);
-    if (index < not_found) throw_pending();
-    return index != not_found;
+/// `"/" in text or …` for each of the characters.
+template <Literal Characters>
+bool contains_any(const Object& text) {
+    if (text.is_plain_str()) return detail::contains_any(text.ptr(), Characters.view());
+    return [&]<std::size_t... I>(std::index_sequence<I...>) {
+        return (contains(text, string_name<part<Characters, I, I + 1>>.get()) || ...);
+    }(std::make_index_sequence<Characters.view().size()>{});
 }
 
 /// `separator.join(strings)`
@@ -75,6 +75,8 @@ inline Object join(const Object& separator, const Object& strings) {
 /// `str` is asked directly.
 Object strip(const Object& object);
 bool ends_with(const Object& object, const Object& suffix);
+/// `x.rpartition(separator)`
+Object rpartition(const Object& object, const Object& separator);
 
 inline bool starts_with(const Object& object, const Object& prefix) {
     if (are_strings(object, prefix)) return detail::stands_at(object.ptr(), prefix.ptr(), 0);

@@ -1,6 +1,7 @@
 /// \file The older `src` names of the package, under which runtime modules import it, and the legacy core module.
 #include "parts.hpp"
 #include "python/blocks.hpp"
+#include "python/bytes.hpp"
 
 namespace agent_onboarding {
 
@@ -22,7 +23,7 @@ Object ensure_package_module(Module m, const Object& name) {
         module = suppress(PyExc_Exception, [&] { return m.call<"importlib.import_module">(name); }).value_or(none());
     if (module.is_none() || !module.find<"__path__">().has_value()) module = new_package(m, name);
 
-    const auto [parent_name, dot, child_name] = unpack<3>(name.call<"rpartition">("."_s));
+    const auto [parent_name, dot, child_name] = unpack<3>(rpartition(name, "."_s));
     if (truth(parent_name)) {
         const Object parent = m.get<"sys.modules">().lookup(parent_name);
         if (!parent.is_none()) parent.set(child_name, module);
@@ -81,8 +82,8 @@ void require_positive_integer(const Object& value, const Object& name) {
 Object era_number_identity_salt(Module, const Object& market_id, const Object& era_number) {
     require_positive_integer(market_id, "market_id"_s);
     require_positive_integer(era_number, "era_number"_s);
-    const Object market_bytes = market_id.call<"to_bytes">(8, "big"_s);
-    return market_bytes + era_number.call<"to_bytes">(8, "big"_s);
+    const Object market_bytes = eight_bytes(market_id);
+    return market_bytes + eight_bytes(era_number);
 }
 
 PyMethodDef identity_salt_entry = def<"era_number_identity_salt(market_id, era_number)", era_number_identity_salt>();

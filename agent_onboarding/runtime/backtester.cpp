@@ -17,7 +17,7 @@ namespace {
 
 Object forget_preloaded_backtester_modules(Module m) {
     for (const Object& name : iterate(m.get<"_BACKTEST_MODULE_NAMES">()))
-        m.get<"sys.modules">().call<"pop">(name, none());
+        discard(m.get<"sys.modules">(), name);
     for (const Object& name : iterate(m.get<"_BACKTEST_PARENT_MODULE_NAMES">())) {
         const Object parent = m.get<"sys.modules">().lookup(name);
         if (!parent.is_none() && parent.find<"backtest">().has_value()) parent.remove<"backtest">();

@@ -11,7 +11,7 @@ namespace {
 
 Object manifest_files(Module, const Object& manifest) {
     if (manifest.is_none()) return dict();
-    Object files = manifest.is_dict() ? manifest.lookup<"files">(dict()) : manifest.find<"files">().value_or(dict());
+    Object files = manifest.is_dict() ? manifest.lookup<"files">(dict) : manifest.find<"files">().value_or(dict());
     if (!files.is_dict()) return dict();
     return files;
 }
@@ -27,7 +27,7 @@ Object read_manifest(Module m, const Object& data_dir) {
     const Object make_namespace = m.get<"SimpleNamespace">();
     const Object era_number = data.lookup<"era_number">();
     const Object version = data.lookup<"version">();
-    const Object files = data.lookup<"files">(dict());
+    const Object files = data.lookup<"files">(dict);
     return make_namespace(kw<"era_number">(era_number), kw<"version">(version), kw<"files">(files));
 }
 

@@ -100,7 +100,7 @@ void restore_registration(Module m, const Object& module_name, const Object& mod
     if (!previous.is_none())
         m.get<"sys.modules">().set_item(module_name, previous);
     else
-        m.get<"sys.modules">().call<"pop">(module_name, none());
+        discard(m.get<"sys.modules">(), module_name);
 }
 
 Object load_extension_from_path(Module m, const Object& module_name, const Object& path) {

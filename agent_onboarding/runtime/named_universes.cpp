@@ -17,7 +17,7 @@ Object safe_named_universe(Module, const Object& value) {
 
 Object append_unique_named_universe(Module m, const Object& values, const Object& value) {
     const Object name = m.call<"_safe_named_universe">(value);
-    if (truth(name) && !contains(values, name)) values.call<"append">(name);
+    if (truth(name) && !contains(values, name)) append(values, name);
     return none();
 }
 

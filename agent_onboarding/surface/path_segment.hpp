@@ -8,8 +8,7 @@ namespace agent_onboarding {
 /// Neither "." nor "..", and no slash, backslash or NUL; the text is stripped and not empty.
 inline bool is_safe_path_segment(const py::Object& text) {
     using namespace py::literals;
-    return text != "."_s && text != ".."_s && !py::contains<"/">(text) && !py::contains<"\\">(text) &&
-           !py::contains<"\0">(text);
+    return text != "."_s && text != ".."_s && !py::contains_any<"/\\\0">(text);
 }
 
 }  // namespace agent_onboarding

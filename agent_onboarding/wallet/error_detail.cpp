@@ -1,6 +1,9 @@
 /// \file One line about an exception and its explicit causes, for messages.
 #include "parts.hpp"
 
+#include <algorithm>
+#include <vector>
+
 namespace agent_onboarding {
 
 using namespace py;
@@ -20,12 +23,11 @@ Object describe(const Object& exception) {
 
 Object exception_chain_detail(Module, const Object& exc) {
     const Object parts = list();
-    const Object visited = dict();  // by identity, so that a cycle of causes ends
+    std::vector<Object> visited;  // so that a cycle of causes ends
     Object current = exc;
     while (!current.is_none() && size(parts) < most_links) {
-        const Object id = identity(current);
-        if (contains(visited, id)) break;
-        visited.set_item(id, current);
+        if (std::ranges::any_of(visited, [&](const Object& one) { return one.is(current); })) break;
+        visited.push_back(current);
         const Object part = describe(current);
         if (!contains(parts, part)) append(parts, part);
         current = get_or_none<"__cause__">(current);
