@@ -62,8 +62,8 @@ PyModuleDef py::module_definition = {
     .m_size = sizeof(py::ModuleState),
     .m_methods = nullptr,
     .m_slots = agent_onboarding::slots,
-    .m_traverse = nullptr,
-    .m_clear = nullptr,
+    .m_traverse = py::ModuleState::traverse,
+    .m_clear = py::ModuleState::clear,
     .m_free = py::ModuleState::release,
 };
 

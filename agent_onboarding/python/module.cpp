@@ -6,18 +6,17 @@
 
 namespace py {
 
-ModuleState::ModuleState(PyObject* globals) noexcept : watcher_(PyDict_AddWatcher(begin_epoch)) {
-    if (watcher_ >= 0 && PyDict_Watch(watcher_, globals) == 0) return;
-    PyErr_Clear();
-    watcher_ = -1;
+ModuleState::ModuleState() noexcept : watcher_(PyDict_AddWatcher(begin_epoch)) {
+    if (watcher_ < 0) PyErr_Clear();
 }
 
 ModuleState::~ModuleState() {
+    unwatch_all();
     if (watcher_ >= 0 && PyDict_ClearWatcher(watcher_) < 0) PyErr_Clear();
 }
 
 int ModuleState::begin(PyObject* module) noexcept {
-    new (PyModule_GetState(module)) ModuleState{PyModule_GetDict(module)};
+    new (PyModule_GetState(module)) ModuleState;
     const UseNames names{Module{module}};
     try {
         Name::intern_all();
@@ -28,9 +27,24 @@ int ModuleState::begin(PyObject* module) noexcept {
     }
 }
 
+ModuleState* ModuleState::of(PyObject* module) noexcept {
+    auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
+    return state != nullptr && state->watcher_ != 0 ? state : nullptr;
+}
+
+int ModuleState::traverse(PyObject* module, visitproc visit, void* arg) noexcept {
+    if (const ModuleState* state = of(module))
+        for (const Object& globals : state->watched_) Py_VISIT(globals.ptr());
+    return 0;
+}
+
+int ModuleState::clear(PyObject* module) noexcept {
+    if (ModuleState* state = of(module)) state->unwatch_all();
+    return 0;
+}
+
 void ModuleState::release(void* module) noexcept {
-    auto* state = static_cast<ModuleState*>(PyModule_GetState(static_cast<PyObject*>(module)));
-    if (state != nullptr && state->watcher_ != 0) std::destroy_at(state);
+    if (ModuleState* state = of(static_cast<PyObject*>(module))) std::destroy_at(state);
 }
 
 int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) noexcept {
@@ -38,18 +52,38 @@ int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*)
     return 0;
 }
 
-PyObject* ModuleState::look_up(PyObject* module, const Name& name) {
-    PyObject* globals = PyModule_GetDict(module);  // null once the garbage collector has cleared the module
+bool ModuleState::watch(PyObject* globals) {
+    if (watcher_ < 0) return false;
+    if (std::ranges::any_of(watched_, [=](const Object& one) { return one.ptr() == globals; })) return true;
+    watched_.push_back(Object::borrow(globals));
+    return check(PyDict_Watch(watcher_, globals)) == 0;
+}
+
+void ModuleState::unwatch_all() noexcept {
+    values_epoch_ = 0;
+    for (const Object& globals : std::exchange(watched_, {}))
+        if (PyDict_Unwatch(watcher_, globals.ptr()) < 0) PyErr_Clear();
+}
+
+PyObject* ModuleState::look_up(PyObject* globals, const Name& name, const Name& place) {
     PyObject* value = nullptr;
     if (globals == nullptr || check(compat::find_item(globals, name.ptr(), &value)) == 0) return nullptr;
     Py_DECREF(value);  // the namespace keeps it
-    if (watcher_ < 0) return value;
+    if (!watch(globals)) return value;
     if (!is_current()) {
         std::ranges::fill(values_, nullptr);
         values_epoch_ = epoch_;
     }
-    values_[name.index()] = value;
+    values_[place.index()] = value;
     return value;
+}
+
+// Only the special names of the module type come before a module's own.
+PyObject* ModuleState::value_in_owner(PyObject* module, const DottedName& name) {
+    PyObject* owner = value(module, *name.owner);
+    if (owner == nullptr || !PyModule_CheckExact(owner) || name.attribute->is_special()) return nullptr;
+    PyObject* value = remembered(*name.place);
+    return value != nullptr ? value : look_up(PyModule_GetDict(owner), *name.attribute, *name.place);
 }
 
 namespace {
@@ -60,25 +94,26 @@ namespace {
 
 }  // namespace
 
-Object Module::look_up(const Name& name) const {
-    PyObject* value = find(name);
-    if (value == nullptr) refuse_name(name.get());
-    return Object::borrow(value);
+Object Module::get(const DottedName& name) const {
+    PyObject* value = state_->value(module_, name);
+    return value != nullptr ? Object::borrow(value) : look_up(name);
 }
 
-Object Module::get_path(Path path) const {
-    Object value = look_up(*path.front());
-    if (path.size() == 1) return value;
-    return detail::get_path(value.ptr(), path.subspan(1));
+/// What only the attributes can tell.
+Object Module::look_up(const DottedName& name) const {
+    if (name.owner == nullptr) refuse_name(name.attribute->get());
+    return detail::get(get(*name.owner).ptr(), *name.attribute);
 }
 
-bool Module::has_attribute(Path path) const {
-    return detail::find(get_path(path.first(path.size() - 1)).ptr(), *path.back()).has_value();
+bool Module::has(const DottedName& name) const {
+    return detail::find(get(*name.owner).ptr(), *name.attribute).has_value();
 }
 
-Object Module::call_path(Path path, const detail::Stack& stack) const {
-    const Object value = look_up(*path.front());
-    return path.size() == 1 ? detail::call(value.ptr(), stack) : detail::call_path(value.ptr(), path.subspan(1), stack);
+Object Module::call(const DottedName& name, const detail::Stack& stack) const {
+    PyObject* value = state_->value(module_, name);
+    if (value == nullptr && name.owner != nullptr)
+        return detail::call_method(get(*name.owner).ptr(), *name.attribute, stack);
+    return detail::call((value != nullptr ? Object::borrow(value) : get(name)).ptr(), stack);
 }
 
 Object builtin(const Object& name) {

@@ -3,30 +3,38 @@
 
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 #include "python/iterate.hpp"
 #include "python/text.hpp"
 
 namespace py {
 
-/// What a module remembers: its interned names, and which values its namespace had for them when it last changed.
+/// What a module remembers: its interned names, and which values they had in its namespace, and in those of the modules
+/// that it names, when one of these last changed.
 class ModuleState {
 public:
-    explicit ModuleState(PyObject* globals) noexcept;
+    ModuleState() noexcept;
     ~ModuleState();
     ModuleState(const ModuleState&) = delete;
     ModuleState& operator=(const ModuleState&) = delete;
 
     /// First in the module's execution; negative, with an exception set, where memory runs out.
     static int begin(PyObject* module) noexcept;
-    /// For the module definition's m_free.
+    /// For the module definition's m_traverse, m_clear and m_free.
+    static int traverse(PyObject* module, visitproc visit, void* arg) noexcept;
+    static int clear(PyObject* module) noexcept;
     static void release(void* module) noexcept;
 
     [[nodiscard]] Object* names() noexcept { return names_; }
     /// What the module's namespace binds to the name, borrowed from it; null where it does not bind it.
     [[nodiscard]] PyObject* value(PyObject* module, const Name& name) {
-        PyObject* value = is_current() ? values_[name.index()] : nullptr;
-        return value != nullptr ? value : look_up(module, name);
+        PyObject* value = remembered(name);
+        return value != nullptr ? value : look_up(PyModule_GetDict(module), name, name);
+    }
+    /// The same for a name in a module that the module binds; null also where only a look-up of attributes can tell.
+    [[nodiscard]] PyObject* value(PyObject* module, const DottedName& name) {
+        return name.owner == nullptr ? value(module, *name.place) : value_in_owner(module, name);
     }
 
 private:
@@ -34,10 +42,21 @@ private:
     static inline std::atomic<std::uint64_t> epoch_{1};
     static int begin_epoch(PyDict_WatchEvent event, PyObject* globals, PyObject* name, PyObject* value) noexcept;
 
+    /// The state, once the module's execution has begun.
+    static ModuleState* of(PyObject* module) noexcept;
+
     [[nodiscard]] bool is_current() const noexcept { return values_epoch_ == epoch_.load(std::memory_order_relaxed); }
-    PyObject* look_up(PyObject* module, const Name& name);
+    [[nodiscard]] PyObject* remembered(const Name& place) const noexcept {
+        return is_current() ? values_[place.index()] : nullptr;
+    }
+    /// Finds the value in the namespace of a module, which the garbage collector may have cleared, and remembers it.
+    PyObject* look_up(PyObject* globals, const Name& name, const Name& place);
+    PyObject* value_in_owner(PyObject* module, const DottedName& name);
+    bool watch(PyObject* globals);
+    void unwatch_all() noexcept;
 
     int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
+    std::vector<Object> watched_;
     std::uint64_t values_epoch_ = 0;
     PyObject* values_[name_capacity]{};
     Object names_[name_capacity];
@@ -62,12 +81,13 @@ public:
     /// `name` or `name.attribute`; a NameError where the module does not bind the name.
     template <Literal L>
     [[nodiscard]] Object get() const {
-        return get_path(path<L>);
+        PyObject* value = state_->value(module_, dotted_name<L>);
+        return value != nullptr ? Object::borrow(value) : look_up(dotted_name<L>);
     }
     /// `hasattr(name, "attribute")` for "name.attribute"
     template <Literal L>
     [[nodiscard]] bool has() const {
-        return has_attribute(path<L>);
+        return has(dotted_name<L>);
     }
     /// `name = value`
     template <Literal L, typename Value>
@@ -77,15 +97,15 @@ public:
     /// `name(…)`, `name.attribute(…)`
     template <Literal L, typename... Arguments>
     Object call(const Arguments&... arguments) const {
-        return detail::with_stack([this](const detail::Stack& stack) { return call_path(path<L>, stack); },
+        return detail::with_stack([this](const detail::Stack& stack) { return call(dotted_name<L>, stack); },
                                   to_object(arguments)...);
     }
 
 private:
-    [[nodiscard]] Object look_up(const Name& name) const;
-    [[nodiscard]] Object get_path(Path path) const;
-    [[nodiscard]] bool has_attribute(Path path) const;
-    Object call_path(Path path, const detail::Stack& stack) const;
+    [[nodiscard]] Object get(const DottedName& name) const;
+    [[nodiscard]] Object look_up(const DottedName& name) const;
+    [[nodiscard]] bool has(const DottedName& name) const;
+    Object call(const DottedName& name, const detail::Stack& stack) const;
 
     PyObject* module_;
     ModuleState* state_;

@@ -34,7 +34,10 @@ Name::Name(Kind kind, std::string_view text) noexcept
     last_name = this;
 }
 
-Object Name::intern() const { return kind_ == Kind::string ? interned(text_) : interned_tuple(text_); }
+Object Name::intern() const {
+    if (kind_ == Kind::dotted) return {};
+    return kind_ == Kind::string ? interned(text_) : interned_tuple(text_);
+}
 
 void Name::intern_all() {
     if (last_name->index_ >= name_capacity)

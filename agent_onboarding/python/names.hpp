@@ -16,7 +16,11 @@ inline constexpr unsigned name_capacity = 1024;
 /// A literal, which has the same place among the names of every module instance.
 class Name {
 public:
-    enum class Kind { string, tuple };  // a tuple of strings is written with commas
+    enum class Kind {
+        string,
+        tuple,   // of strings, written with commas
+        dotted,  // is no object, but has a place where a module remembers its value
+    };
 
     Name(Kind kind, std::string_view text) noexcept;
     Name(const Name&) = delete;
@@ -55,6 +59,27 @@ const Object& operator""_s() {
     return string_name<L>.get();
 }
 }  // namespace literals
+
+/// A name in the module, "join_path", or in what the module binds, "os.path.join".
+struct DottedName {
+    const Name* place;        // of the whole
+    const Name* attribute;    // its last part
+    const DottedName* owner;  // the other parts; null for a name in the module
+};
+
+template <Literal L>
+inline const Name dotted_place{Name::Kind::dotted, L.view()};
+
+template <Literal L>
+inline constexpr DottedName dotted_name = [] {
+    if constexpr (segment_count<L> == 1) {
+        return DottedName{&string_name<L>, &string_name<L>, nullptr};
+    } else {
+        constexpr std::size_t dot = L.view().rfind('.');
+        return DottedName{&dotted_place<L>, &string_name<part<L, dot + 1, L.view().size()>>,
+                          &dotted_name<part<L, 0, dot>>};
+    }
+}();
 
 /// The names of "os.path.join".
 using Path = std::span<const Name* const>;

@@ -5,6 +5,8 @@ namespace py {
 
 namespace {
 
+char* ascii_data(const Object& string) noexcept { return reinterpret_cast<char*>(PyUnicode_1BYTE_DATA(string.ptr())); }
+
 bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
     return Py_UNICODE_ISSPACE(PyUnicode_READ_CHAR(string, index)) != 0;
 }
@@ -20,23 +22,35 @@ bool detail::contains_any(PyObject* string, std::string_view characters) noexcep
     return false;
 }
 
-Object detail::concatenated(PyObject* const* texts, std::size_t count) {
-    Py_ssize_t size = 0;
+Object detail::interleaved(const std::string_view* fragments, const Object* strings, std::size_t count) {
+    std::size_t size = fragments[count].size();
     Py_UCS4 highest = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        size += PyUnicode_GET_LENGTH(texts[i]);
-        highest = std::max(highest, PyUnicode_MAX_CHAR_VALUE(texts[i]));
+        size += fragments[i].size() + static_cast<std::size_t>(PyUnicode_GET_LENGTH(strings[i].ptr()));
+        highest = std::max(highest, PyUnicode_MAX_CHAR_VALUE(strings[i].ptr()));
     }
-    Object result = Object::steal(PyUnicode_New(size, highest));
+    Object result = Object::steal(PyUnicode_New(static_cast<Py_ssize_t>(size), highest));
     if (highest < 0x80) {
-        auto* end = PyUnicode_1BYTE_DATA(result.ptr());
-        for (std::size_t i = 0; i < count; ++i)
-            end = std::copy_n(PyUnicode_1BYTE_DATA(texts[i]), PyUnicode_GET_LENGTH(texts[i]), end);
+        char* end = ascii_data(result);
+        const auto write = [&](std::string_view text) { end = std::copy_n(text.data(), text.size(), end); };
+        write(fragments[0]);
+        for (std::size_t i = 0; i < count; ++i) {
+            write({ascii_data(strings[i]), static_cast<std::size_t>(PyUnicode_GET_LENGTH(strings[i].ptr()))});
+            write(fragments[i + 1]);
+        }
         return result;
     }
     Py_ssize_t end = 0;
-    for (std::size_t i = 0; i < count; ++i)
-        end += check(PyUnicode_CopyCharacters(result.ptr(), end, texts[i], 0, PyUnicode_GET_LENGTH(texts[i])));
+    const auto write = [&](std::string_view fragment) {
+        for (const char character : fragment)
+            check(PyUnicode_WriteChar(result.ptr(), end++, static_cast<Py_UCS4>(character)));
+    };
+    write(fragments[0]);
+    for (std::size_t i = 0; i < count; ++i) {
+        const Object& string = strings[i];
+        end += check(PyUnicode_CopyCharacters(result.ptr(), end, string.ptr(), 0, PyUnicode_GET_LENGTH(string.ptr())));
+        write(fragments[i + 1]);
+    }
     return result;
 }
 

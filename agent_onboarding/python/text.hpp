@@ -20,9 +20,16 @@ inline constexpr std::size_t field = [] {
     return std::min(at, L.view().size());
 }();
 
-/// The text behind the I-th "{}", up to the next.
+/// The text between the "{}" before the I-th and the I-th, of a template in ASCII.
 template <Literal L, std::size_t I>
-inline constexpr auto text_behind = part<L, field<L, I> + 2, field<L, I + 1>>;
+consteval std::string_view fragment() {
+    const std::size_t begin = I == 0 ? 0 : field<L, I - 1> + 2;
+    const std::string_view text = L.view().substr(begin, field<L, I> - begin);
+    if (std::ranges::any_of(text, [](char character) { return character < 0; })) throw "only ASCII";
+    return text;
+}
+template <Literal L, std::size_t... I>
+inline constexpr std::string_view fragments[sizeof...(I)] = {fragment<L, I>()...};
 
 /// Whether `part` stands in `string` at `offset`.
 inline bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexcept {
@@ -39,20 +46,18 @@ inline bool stands_at(PyObject* string, PyObject* part, Py_ssize_t offset) noexc
 /// Whether one of the characters, which are ASCII, stands in `string`.
 bool contains_any(PyObject* string, std::string_view characters) noexcept;
 
-/// The texts one after the other.
-Object concatenated(PyObject* const* texts, std::size_t count);
+/// The strings with a fragment before each and one behind the last.
+Object interleaved(const std::string_view* fragments, const Object* strings, std::size_t count);
 
 }  // namespace detail
 
 /// The text with each "{}" replaced by `format(argument)`, as an f-string does.
 template <Literal L, std::same_as<Object>... Arguments>
 Object text(const Arguments&... arguments) {
-    const Object values[] = {format(arguments)...};
+    const Object strings[] = {format(arguments)...};
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
-        PyObject* texts[2 * sizeof...(I) + 1] = {string_name<part<L, 0, detail::field<L, 0>>>.ptr()};
-        ((texts[2 * I + 1] = values[I].ptr(), texts[2 * I + 2] = string_name<detail::text_behind<L, I>>.ptr()), ...);
-        return detail::concatenated(texts, std::size(texts));
-    }(std::index_sequence_for<Arguments...>{});
+        return detail::interleaved(detail::fragments<L, I...>, strings, sizeof...(Arguments));
+    }(std::make_index_sequence<sizeof...(Arguments) + 1>{});
 }
 
 inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }

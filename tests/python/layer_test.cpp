@@ -51,7 +51,7 @@ PyMethodDef functions[] = {
     def<"handle(body, type, handler)", handle>(),
     def<"try_finally(body, cleanup)", +[](Module, Value body, Value cleanup) { return try_finally(body, cleanup); }>(),
     def<"with_(manager, body)", +[](Module, Value manager, Value body) { return with(manager, body); }>(),
-    def<"text_(x, y)", +[](Module, Value x, Value y) { return text<"«{}» — {}">(x, y); }>(),
+    def<"text_(x, y)", +[](Module, Value x, Value y) { return text<"<{}> - {}">(x, y); }>(),
     def<"strip(x)", +[](Module, Value x) { return strip(x); }>(),
     def<"starts_with(x, y)", +[](Module, Value x, Value y) { return to_object(starts_with(x, y)); }>(),
     def<"ends_with(x, y)", +[](Module, Value x, Value y) { return to_object(ends_with(x, y)); }>(),
@@ -69,7 +69,7 @@ PyModuleDef_Slot slots[] = {{Py_mod_exec, reinterpret_cast<void*>(&ModuleState::
 }  // namespace
 
 PyModuleDef py::module_definition = {
-    PyModuleDef_HEAD_INIT, "layer_test", nullptr, sizeof(ModuleState), functions, slots, nullptr, nullptr,
-    ModuleState::release};
+    PyModuleDef_HEAD_INIT, "layer_test", nullptr, sizeof(ModuleState), functions, slots, ModuleState::traverse,
+    ModuleState::clear, ModuleState::release};
 
 PyMODINIT_FUNC PyInit_layer_test() { return PyModuleDef_Init(&module_definition); }

@@ -121,7 +121,7 @@ CASES = {
     "nested": (lambda: resume_elsewhere(native), lambda: resume_elsewhere(sys.modules[__name__])),
     "finally": (native.try_finally, try_finally, [int, *failing], [int, *failing]),
     "with": (native.with_, with_, managers, [str, *failing]),
-    "text": (native.text_, lambda x, y: f"«{x}» — {y}", strings, strings),
+    "text": (native.text_, lambda x, y: f"<{x}> - {y}", strings, strings),
     "strip": (native.strip, lambda x: x.strip(), strings),
     "starts_with": (native.starts_with, lambda x, y: bool(x.startswith(y)), strings, strings),
     "ends_with": (native.ends_with, lambda x, y: bool(x.endswith(y)), strings, strings),
