@@ -33,13 +33,18 @@ ModuleState* ModuleState::of(PyObject* module) noexcept {
 }
 
 int ModuleState::traverse(PyObject* module, visitproc visit, void* arg) noexcept {
-    if (const ModuleState* state = of(module))
-        for (const Object& globals : state->watched_) Py_VISIT(globals.ptr());
+    const ModuleState* state = of(module);
+    if (state == nullptr) return 0;
+    for (const Object& globals : state->watched_) Py_VISIT(globals.ptr());
+    if (state->generator_type_.has_value()) Py_VISIT(state->generator_type_->ptr());
     return 0;
 }
 
 int ModuleState::clear(PyObject* module) noexcept {
-    if (ModuleState* state = of(module)) state->unwatch_all();
+    ModuleState* state = of(module);
+    if (state == nullptr) return 0;
+    state->unwatch_all();
+    state->generator_type_.reset();
     return 0;
 }
 

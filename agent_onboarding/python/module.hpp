@@ -27,6 +27,8 @@ public:
     static void release(void* module) noexcept;
 
     [[nodiscard]] Object* names() noexcept { return names_; }
+    /// The type of the module's iterators; empty until the first is made.
+    [[nodiscard]] std::optional<Object>& generator_type() noexcept { return generator_type_; }
     /// What the module's namespace binds to the name, borrowed from it; null where it does not bind it.
     [[nodiscard]] PyObject* value(PyObject* module, const Name& name) {
         PyObject* value = remembered(name);
@@ -57,6 +59,7 @@ private:
 
     int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
     std::vector<Object> watched_;
+    std::optional<Object> generator_type_;
     std::uint64_t values_epoch_ = 0;
     PyObject* values_[name_capacity]{};
     Object names_[name_capacity];
@@ -75,6 +78,13 @@ public:
     [[nodiscard]] Object* names() const noexcept { return state_->names(); }
     /// What the module binds to the name, borrowed; null where it does not bind it.
     [[nodiscard]] PyObject* find(const Name& name) const { return state_->value(module_, name); }
+    /// The type of the module's iterators, which `make(m)` makes for the first of them.
+    template <typename Make>
+    [[nodiscard]] const Object& generator_type(Make make) const {
+        std::optional<Object>& type = state_->generator_type();
+        if (!type.has_value()) type = make(*this);
+        return *type;
+    }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }
 
