@@ -59,7 +59,7 @@ Object call_bound(const Arguments& arguments, Body body) {
     }
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
         if constexpr (signature<L>.var_positional)
-            return body(argument<L, I>(bound[I])..., positional_tuple(arguments));
+            return body(argument<L, I>(bound[I])..., Positional{arguments});
         else if constexpr (signature<L>.var_keywords)
             return body(argument<L, I>(bound[I])..., Keywords{binding<L>, arguments});
         else

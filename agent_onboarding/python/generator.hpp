@@ -29,8 +29,7 @@ Object make_generator(Module m, const Object& argument, Object (*resume)(Module,
 template <auto Begin, auto Next>
 Object resume(Module m, Generator& generator) {
     if (generator.stage == Generator::Stage::exhausted) return {};
-    if (generator.stage == Generator::Stage::running)
-        raise(PyExc_ValueError, "generator already executing"_s);
+    if (generator.stage == Generator::Stage::running) raise(PyExc_ValueError, "generator already executing"_s);
     try {
         const bool is_first = std::exchange(generator.stage, Generator::Stage::running) == Generator::Stage::created;
         if (is_first) generator.held = Begin(m, generator.held);

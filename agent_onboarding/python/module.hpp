@@ -39,6 +39,10 @@ public:
         return name.owner == nullptr ? value(module, *name.place) : value_in_owner(module, name);
     }
 
+    /// The version of the class whose construction is shortened, by which the interpreter tells what it looked up in it
+    /// before something was bound in it or in its bases; 0 where there is none.
+    [[nodiscard]] unsigned& constructed_version() noexcept { return constructed_version_; }
+
 private:
     /// Every change of a watched namespace, in whatever interpreter, begins a new epoch.
     static inline std::atomic<std::uint64_t> epoch_{1};
@@ -60,6 +64,7 @@ private:
     int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
     std::vector<Object> watched_;
     std::optional<Object> generator_type_;
+    unsigned constructed_version_ = 0;
     std::uint64_t values_epoch_ = 0;
     PyObject* values_[name_capacity]{};
     Object names_[name_capacity];
@@ -84,6 +89,15 @@ public:
         std::optional<Object>& type = state_->generator_type();
         if (!type.has_value()) type = make(*this);
         return *type;
+    }
+    void remember_construction(PyObject* cls) const noexcept {
+        auto* type = reinterpret_cast<PyTypeObject*>(cls);
+        if (PyUnstable_Type_AssignVersionTag(type) != 0) state_->constructed_version() = type->tp_version_tag;
+    }
+    /// Whether nothing was bound in the class since.
+    [[nodiscard]] bool constructs_as_made(PyObject* cls) const noexcept {
+        const unsigned version = state_->constructed_version();
+        return version != 0 && version == reinterpret_cast<PyTypeObject*>(cls)->tp_version_tag;
     }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }

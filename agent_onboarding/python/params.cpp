@@ -1,7 +1,7 @@
 /// \file The argument binder and its TypeErrors.
 #include "python/params.hpp"
 
-#include "python/error.hpp"
+#include "python/text.hpp"
 
 namespace py {
 
@@ -45,6 +45,39 @@ std::size_t parameter_index(const Binding& binding, PyObject* name) {
     for (std::size_t i = 0; i < binding.count; ++i)
         if (same_name(binding.names[i]->ptr(), name)) return i;
     return binding.count;
+}
+
+Object Positional::tuple() const {
+    Object result = Object::steal(PyTuple_New(std::ssize(values_)));
+    for (std::size_t i = 0; i < values_.size(); ++i)
+        PyTuple_SET_ITEM(result.ptr(), static_cast<Py_ssize_t>(i), Py_NewRef(values_[i]));
+    return result;
+}
+
+namespace {
+
+bool is_ascii(PyObject* text) noexcept { return PyUnicode_CheckExact(text) && PyUnicode_IS_ASCII(text); }
+
+}  // namespace
+
+Object join(const Object& separator, const Positional& parts) {
+    const auto texts = parts.values();
+    if (texts.size() < 2 || !is_ascii(separator.ptr()) || !std::ranges::all_of(texts, is_ascii))
+        return join(separator, parts.tuple());
+
+    Py_ssize_t size = PyUnicode_GET_LENGTH(separator.ptr()) * (std::ssize(texts) - 1);
+    for (PyObject* text : texts) size += PyUnicode_GET_LENGTH(text);
+    Object result = Object::steal(PyUnicode_New(size, 0x7F));
+    auto* end = PyUnicode_1BYTE_DATA(result.ptr());
+    const auto write = [&](PyObject* text) {
+        end = std::copy_n(PyUnicode_1BYTE_DATA(text), PyUnicode_GET_LENGTH(text), end);
+    };
+    write(texts.front());
+    for (PyObject* text : texts.subspan(1)) {
+        write(separator.ptr());
+        write(text);
+    }
+    return result;
 }
 
 void bind(const Binding& binding, const Arguments& arguments, PyObject** bound) {

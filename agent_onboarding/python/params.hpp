@@ -118,13 +118,20 @@ void bind(const Binding& binding, const Arguments& arguments, PyObject** bound);
 /// The place of the parameter with this name, or `count` where there is none.
 std::size_t parameter_index(const Binding& binding, PyObject* name);
 
-/// `*parts`: the arguments that were passed by position.
-inline Object positional_tuple(const Arguments& arguments) {
-    Object result = Object::steal(PyTuple_New(static_cast<Py_ssize_t>(arguments.positional)));
-    for (std::size_t i = 0; i < arguments.positional; ++i)
-        PyTuple_SET_ITEM(result.ptr(), static_cast<Py_ssize_t>(i), Py_NewRef(arguments.values[i]));
-    return result;
-}
+/// `*parts`: the arguments that were passed by position, without a tuple of their own.
+class Positional {
+public:
+    explicit Positional(const Arguments& arguments) noexcept : values_(arguments.values, arguments.positional) {}
+
+    [[nodiscard]] std::span<PyObject* const> values() const noexcept { return values_; }
+    [[nodiscard]] Object tuple() const;
+
+private:
+    std::span<PyObject* const> values_;
+};
+
+/// `separator.join(parts)`
+Object join(const Object& separator, const Positional& parts);
 
 /// `**kwargs` in call order, without a dict of its own.
 class Keywords {

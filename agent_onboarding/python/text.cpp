@@ -1,6 +1,8 @@
 /// \file String operations with a short way for real strings.
 #include "python/text.hpp"
 
+#include "python/iterate.hpp"
+
 namespace py {
 
 namespace {
@@ -64,9 +66,26 @@ Object strip(const Object& object) {
     return Object::steal(PyUnicode_Substring(string, begin, end));
 }
 
-Object rpartition(const Object& object, const Object& separator) {
-    if (are_strings(object, separator)) return Object::steal(PyUnicode_RPartition(object.ptr(), separator.ptr()));
-    return object.call<"rpartition">(separator);
+std::optional<std::array<Object, 2>> split_last(const Object& object, const Object& separator) {
+    if (!are_strings(object, separator)) {
+        auto [before, found, behind] = unpack<3>(object.call<"rpartition">(separator));
+        if (!truth(before)) return std::nullopt;
+        return std::array{std::move(before), std::move(behind)};
+    }
+    PyObject* string = object.ptr();
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
+    const Py_ssize_t at = PyUnicode_Find(string, separator.ptr(), 0, size, -1);
+    if (at < -1) throw_pending();
+    if (at <= 0) return std::nullopt;
+    Object before = Object::steal(PyUnicode_Substring(string, 0, at));
+    const Py_ssize_t behind = at + PyUnicode_GET_LENGTH(separator.ptr());
+    return std::array{std::move(before), Object::steal(PyUnicode_Substring(string, behind, size))};
+}
+
+bool starts_with(const Object& object, const Object& prefix, const Object& end) {
+    if (!are_strings(object, prefix) || !end.is_plain_str()) return starts_with(object, prefix + end);
+    return detail::stands_at(object.ptr(), prefix.ptr(), 0) &&
+           detail::stands_at(object.ptr(), end.ptr(), PyUnicode_GET_LENGTH(prefix.ptr()));
 }
 
 bool ends_with(const Object& object, const Object& suffix) {

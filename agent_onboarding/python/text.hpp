@@ -1,6 +1,8 @@
 /// \file Texts: formatted messages and the string operations that algorithms name.
 #pragma once
 
+#include <array>
+
 #include "python/error.hpp"
 
 namespace py {
@@ -9,6 +11,12 @@ namespace py {
 inline Object str(const Object& object) { return Object::steal(PyObject_Str(object.ptr())); }
 inline Object repr(const Object& object) { return Object::steal(PyObject_Repr(object.ptr())); }
 inline Object format(const Object& object) { return Object::steal(PyObject_Format(object.ptr(), nullptr)); }
+
+/// `type(x).__name__`. What `type` itself answers cannot be rebound, so an ordinary class is asked directly.
+inline Object type_name(const Object& object) {
+    PyTypeObject* type = Py_TYPE(object.ptr());
+    return Py_IS_TYPE(type, &PyType_Type) ? Object::steal(PyType_GetName(type)) : type_of(object).get<"__name__">();
+}
 
 namespace detail {
 
@@ -80,8 +88,11 @@ inline Object join(const Object& separator, const Object& strings) {
 /// `str` is asked directly.
 Object strip(const Object& object);
 bool ends_with(const Object& object, const Object& suffix);
-/// `x.rpartition(separator)`
-Object rpartition(const Object& object, const Object& separator);
+/// `before, _, behind = x.rpartition(separator)`, nothing where `before` is falsy.
+std::optional<std::array<Object, 2>> split_last(const Object& object, const Object& separator);
+
+/// `x.startswith(prefix + end)`
+bool starts_with(const Object& object, const Object& prefix, const Object& end);
 
 inline bool starts_with(const Object& object, const Object& prefix) {
     if (are_strings(object, prefix)) return detail::stands_at(object.ptr(), prefix.ptr(), 0);

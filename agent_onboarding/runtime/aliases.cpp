@@ -23,15 +23,15 @@ Object ensure_package_module(Module m, const Object& name) {
         module = suppress(PyExc_Exception, [&] { return m.call<"importlib.import_module">(name); }).value_or(none());
     if (module.is_none() || !module.find<"__path__">().has_value()) module = new_package(m, name);
 
-    const auto [parent_name, dot, child_name] = unpack<3>(rpartition(name, "."_s));
-    if (truth(parent_name)) {
+    if (const auto names = split_last(name, "."_s)) {
+        const auto& [parent_name, child_name] = *names;
         const Object parent = m.get<"sys.modules">().lookup(parent_name);
         if (!parent.is_none()) parent.set(child_name, module);
     }
     return module;
 }
 
-Object legacy_src_module_name(Module, const Object& parts) { return join("."_s, parts); }
+Object legacy_src_module_name(Module, const Positional& parts) { return join("."_s, parts); }
 
 /// The paths, then the package's directories that are not among them by real path.
 Object with_package_directories(Module m, const Object& paths, const Object& package) {
@@ -74,16 +74,14 @@ Object ensure_legacy_src_namespace_alias(Module m) {
 }
 
 void require_positive_integer(const Object& value, const Object& name) {
-    if (!value.is_int())
-        raise(PyExc_TypeError, text<"{} must be an integer, got {}">(name, type_of(value).get<"__name__">()));
+    if (!value.is_int()) raise(PyExc_TypeError, text<"{} must be an integer, got {}">(name, type_name(value)));
     if (compare(value, Py_LE, to_object(0))) raise(PyExc_ValueError, text<"{} must be positive, got {}">(name, value));
 }
 
 Object era_number_identity_salt(Module, const Object& market_id, const Object& era_number) {
     require_positive_integer(market_id, "market_id"_s);
     require_positive_integer(era_number, "era_number"_s);
-    const Object market_bytes = eight_bytes(market_id);
-    return market_bytes + eight_bytes(era_number);
+    return eight_bytes_each(market_id, era_number);
 }
 
 PyMethodDef identity_salt_entry = def<"era_number_identity_salt(market_id, era_number)", era_number_identity_salt>();

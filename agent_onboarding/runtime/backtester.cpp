@@ -16,8 +16,7 @@ void define_backtester_names(Module m) {
 namespace {
 
 Object forget_preloaded_backtester_modules(Module m) {
-    for (const Object& name : iterate(m.get<"_BACKTEST_MODULE_NAMES">()))
-        discard(m.get<"sys.modules">(), name);
+    for (const Object& name : iterate(m.get<"_BACKTEST_MODULE_NAMES">())) discard(m.get<"sys.modules">(), name);
     for (const Object& name : iterate(m.get<"_BACKTEST_PARENT_MODULE_NAMES">())) {
         const Object parent = m.get<"sys.modules">().lookup(name);
         if (!parent.is_none() && parent.find<"backtest">().has_value()) parent.remove<"backtest">();
@@ -29,7 +28,7 @@ Object forget_preloaded_backtester_modules(Module m) {
 Object module_not_found_is_candidate(Module, const Object& exc, const Object& module_name) {
     const Object missing = get_or_none<"name">(exc);
     if (!truth(missing)) return to_object(false);
-    return to_object(missing == module_name || starts_with(module_name, missing + "."_s));
+    return to_object(missing == module_name || starts_with(module_name, missing, "."_s));
 }
 
 Object import_backtester_module(Module m) {

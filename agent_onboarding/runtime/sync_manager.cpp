@@ -1,5 +1,6 @@
 /// \file A sync manager that never syncs: the runtime that is brought up from local files serves the manifest it has.
 #include "parts.hpp"
+#include "python/constructor.hpp"
 
 namespace agent_onboarding {
 
@@ -21,7 +22,8 @@ Object request_for_sync(Module, const Object&) { return list(); }
 Object ignore_callback(Module, const Object&, const Object&) { return none(); }
 
 // Not a method descriptor: those keep `inspect.signature` from reading the signature of their class.
-PyMethodDef initialise_entry = def<"__init__(self, manifest, runtime_freshness_guard=None)", initialise>();
+constexpr Literal signature{"__init__(self, manifest, runtime_freshness_guard=None)"};
+PyMethodDef initialise_entry = def<signature, initialise>();
 
 PyMethodDef methods[] = {def_method<"get_manifest($self)", get_manifest>(),
                          def_method<"acquire($self)", acquire>(),
@@ -36,7 +38,9 @@ PyMethodDef methods[] = {def_method<"get_manifest($self)", get_manifest>(),
 void define_sync_manager(Module m) {
     const Object attributes = dict();
     attributes.set_item<"__init__">(method(m, initialise_entry));
-    m.set<"_LocalRuntimeSyncManager">(make_class(m, "_LocalRuntimeSyncManager"_s, attributes, methods));
+    const Object cls = make_class(m, "_LocalRuntimeSyncManager"_s, attributes, methods);
+    shorten_construction<signature, initialise>(m, cls);
+    m.set<"_LocalRuntimeSyncManager">(cls);
 }
 
 }  // namespace agent_onboarding

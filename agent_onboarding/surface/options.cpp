@@ -71,8 +71,7 @@ Object expected_type_name(Module, const Object& expected_type) {
 
 [[noreturn]] void refuse_type(Module m, const Object& key, const Object& expected, const Object& value) {
     const Object expected_name = m.call<"_expected_type_name">(expected);
-    raise(PyExc_ValueError,
-          text<"Option '{}' expects {}, got {}.">(key, expected_name, type_of(value).get<"__name__">()));
+    raise(PyExc_ValueError, text<"Option '{}' expects {}, got {}.">(key, expected_name, type_name(value)));
 }
 
 Object checked_data_dir(Module m, const Object& value) {

@@ -14,7 +14,7 @@ constexpr Py_ssize_t most_links = 4;
 
 Object describe(const Object& exception) {
     const Object message = strip(str(exception));
-    Object part = type_of(exception).get<"__name__">();
+    Object part = type_name(exception);
     if (truth(message)) part = text<"{}: {}">(part, message);
     const Object diagnostic = get_or_none<"diagnostic_detail">(exception);
     if (truth(diagnostic)) part = text<"{}; diagnostic: {}">(part, diagnostic);
@@ -24,6 +24,7 @@ Object describe(const Object& exception) {
 Object exception_chain_detail(Module, const Object& exc) {
     const Object parts = list();
     std::vector<Object> visited;  // so that a cycle of causes ends
+    visited.reserve(most_links);
     Object current = exc;
     while (!current.is_none() && size(parts) < most_links) {
         if (std::ranges::any_of(visited, [&](const Object& one) { return one.is(current); })) break;

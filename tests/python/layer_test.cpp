@@ -58,7 +58,7 @@ PyMethodDef functions[] = {
     def<"compare(x, y)", +[](Module, Value x, Value y) { return to_object((x == y) - (x != y)); }>(),
     def<"add(left, right)", +[](Module, Value left, Value right) { return left + right; }>(),
     def<"items(iterable)", items>(),
-    def<"parts(*parts)", +[](Module, Value parts) { return parts; }>(),
+    def<"parts(*parts)", +[](Module, const Positional& parts) { return parts.tuple(); }>(),
     def<"options(first, second=None, *, third=True, fourth=False, fifth=64, **kwargs)", options>(),
     {}};
 
@@ -68,8 +68,8 @@ PyModuleDef_Slot slots[] = {{Py_mod_exec, reinterpret_cast<void*>(&ModuleState::
 
 }  // namespace
 
-PyModuleDef py::module_definition = {
-    PyModuleDef_HEAD_INIT, "layer_test", nullptr, sizeof(ModuleState), functions, slots, ModuleState::traverse,
-    ModuleState::clear, ModuleState::release};
+PyModuleDef py::module_definition = {PyModuleDef_HEAD_INIT, "layer_test",       nullptr,
+                                     sizeof(ModuleState),   functions,          slots,
+                                     ModuleState::traverse, ModuleState::clear, ModuleState::release};
 
 PyMODINIT_FUNC PyInit_layer_test() { return PyModuleDef_Init(&module_definition); }
