@@ -74,9 +74,14 @@ Object exception_instance(const Object& exception) {
 
 }  // namespace
 
-Error raised(const Object& exception) {
+Outcome refused(const Object& exception) {
     const Object instance = exception_instance(exception);
     PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(instance.ptr())), instance.ptr());
+    return Outcome::refusal();
+}
+
+Error raised(const Object& exception) {
+    refused(exception);
     return pending();
 }
 

@@ -59,6 +59,30 @@ template <typename... Arguments>
     throw raised(call(type, arguments...));
 }
 
+/// What a function returns to the interpreter: an object, or word that it has set the exception itself. Returning a
+/// refusal takes a fifth of the time of throwing it.
+class Outcome {
+public:
+    // NOLINTNEXTLINE(google-explicit-constructor): what succeeds returns the object
+    Outcome(Object value) noexcept : value_(std::move(value)) {}
+    /// The interpreter's exception is set.
+    static Outcome refusal() noexcept { return Object{}; }
+
+    [[nodiscard]] bool is_refusal() const noexcept { return value_.ptr() == nullptr; }
+    [[nodiscard]] const Object& value() const noexcept { return value_; }
+    [[nodiscard]] PyObject* release() noexcept { return value_.release(); }
+
+private:
+    Object value_;
+};
+
+/// `raise exception` and `raise Class(…)`, for `return refused(…)`.
+Outcome refused(const Object& exception);
+template <typename... Arguments>
+Outcome refused(PyObject* type, const Arguments&... arguments) {
+    return refused(call(type, arguments...));
+}
+
 /// Sets the Python exception for whatever C++ exception is in flight; for the handlers at the border to C.
 void translate_exception() noexcept;
 

@@ -7,7 +7,7 @@
 
 namespace py {
 
-/// Runs the body at the border to C: an exception becomes the interpreter's, and the result null.
+/// Runs the body at the border to C: an exception becomes the interpreter's, and the result null, as that of a refusal.
 template <typename Body>
 PyObject* guarded(Body body) noexcept {
     try {
@@ -47,17 +47,17 @@ auto argument(PyObject* bound) {
 
 /// Calls the body with the parameters in order, then `*parts` or `**kwargs` where the signature has them.
 template <Literal L, typename Body>
-Object call_bound(const Arguments& arguments, Body body) {
+Outcome call_bound(const Arguments& arguments, Body body) {
     constexpr auto line = signature<L>;
     PyObject* places[line.count + 1];
     PyObject* const* bound = arguments.values;
     constexpr bool all_by_position = line.var_positional || line.count == line.positional;
     const bool is_complete = line.var_positional || arguments.positional == line.count;
     if (!all_by_position || !is_complete || arguments.keywords != nullptr) {
-        bind(binding<L>, arguments, places);
+        if (!bind(binding<L>, arguments, places)) return Outcome::refusal();
         bound = places;
     }
-    return [&]<std::size_t... I>(std::index_sequence<I...>) {
+    return [&]<std::size_t... I>(std::index_sequence<I...>) -> Outcome {
         if constexpr (signature<L>.var_positional)
             return body(argument<L, I>(bound[I])..., Positional{arguments});
         else if constexpr (signature<L>.var_keywords)
@@ -72,8 +72,8 @@ template <Literal L, auto Function>
 PyObject* enter(Module m, const Arguments& arguments, const std::same_as<Object> auto&... leading) noexcept {
     const UseNames names{m};
     return guarded([&] {
-        return call_bound<L>(arguments,
-                             [&](const auto&... parameters) { return Function(m, leading..., parameters...); });
+        return call_bound<L>(
+            arguments, [&](const auto&... parameters) -> Outcome { return Function(m, leading..., parameters...); });
     });
 }
 

@@ -7,17 +7,17 @@ namespace py {
 
 namespace {
 
-[[noreturn]] void refuse_count(const Binding& binding, std::size_t given) {
+bool refuse_count(const Binding& binding, std::size_t given) {
     const std::size_t bound = given < binding.required ? binding.required : binding.positional;
     const char* word = binding.required == binding.positional ? "exactly" : given < bound ? "at least" : "at most";
     PyErr_Format(PyExc_TypeError, "%s() takes %s %zu positional argument%s (%zu given)", binding.name, word, bound,
                  bound == 1 ? "" : "s", given);
-    throw pending();
+    return false;
 }
 
-[[noreturn]] void refuse_keyword(const char* format, const Binding& binding, PyObject* name) {
+bool refuse_keyword(const char* format, const Binding& binding, PyObject* name) {
     PyErr_Format(PyExc_TypeError, format, binding.name, name);
-    throw pending();
+    return false;
 }
 
 bool same_name(PyObject* left, PyObject* right) {
@@ -26,15 +26,14 @@ bool same_name(PyObject* left, PyObject* right) {
     return order == 0;
 }
 
-void bind_keyword(const Binding& binding, PyObject* name, PyObject* value, PyObject** bound) {
+bool bind_keyword(const Binding& binding, PyObject* name, PyObject* value, PyObject** bound) {
     const std::size_t index = parameter_index(binding, name);
-    if (index == binding.count) {
-        if (!binding.var_keywords) refuse_keyword("%s() got an unexpected keyword argument '%U'", binding, name);
-    } else if (bound[index] != nullptr) {
-        refuse_keyword("%s() got multiple values for keyword argument '%U'", binding, name);
-    } else {
-        bound[index] = value;
-    }
+    if (index == binding.count)
+        return binding.var_keywords || refuse_keyword("%s() got an unexpected keyword argument '%U'", binding, name);
+    if (bound[index] != nullptr)
+        return refuse_keyword("%s() got multiple values for keyword argument '%U'", binding, name);
+    bound[index] = value;
+    return true;
 }
 
 }  // namespace
@@ -80,9 +79,9 @@ Object join(const Object& separator, const Positional& parts) {
     return result;
 }
 
-void bind(const Binding& binding, const Arguments& arguments, PyObject** bound) {
+bool bind(const Binding& binding, const Arguments& arguments, PyObject** bound) {
     if (arguments.positional > binding.positional && !binding.var_positional)
-        refuse_count(binding, arguments.positional);
+        return refuse_count(binding, arguments.positional);
 
     const std::size_t by_position = std::min(arguments.positional, binding.positional);
     std::copy_n(arguments.values, by_position, bound);
@@ -91,11 +90,11 @@ void bind(const Binding& binding, const Arguments& arguments, PyObject** bound) 
     if (arguments.keywords != nullptr) {
         PyObject* const* values = arguments.values + arguments.positional;
         for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(arguments.keywords); ++i)
-            bind_keyword(binding, PyTuple_GET_ITEM(arguments.keywords, i), values[i], bound);
+            if (!bind_keyword(binding, PyTuple_GET_ITEM(arguments.keywords, i), values[i], bound)) return false;
     }
 
-    if (std::find(bound, bound + binding.required, nullptr) != bound + binding.required)
-        refuse_count(binding, arguments.positional);
+    const bool is_complete = std::find(bound, bound + binding.required, nullptr) == bound + binding.required;
+    return is_complete || refuse_count(binding, arguments.positional);
 }
 
 }  // namespace py

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <array>
+#include <iterator>
+#include <span>
 
 #include "python/names.hpp"
 
@@ -112,8 +114,9 @@ struct Arguments {
     PyObject* keywords;  // a tuple of names, or null
 };
 
-/// Puts each argument at the place of its parameter; null where the default applies. Raises TypeError.
-void bind(const Binding& binding, const Arguments& arguments, PyObject** bound);
+/// Puts each argument at the place of its parameter; null where the default applies. False, with a TypeError set, where
+/// they do not match.
+[[nodiscard]] bool bind(const Binding& binding, const Arguments& arguments, PyObject** bound);
 
 /// The place of the parameter with this name, or `count` where there is none.
 std::size_t parameter_index(const Binding& binding, PyObject* name);
@@ -133,24 +136,45 @@ private:
 /// `separator.join(parts)`
 Object join(const Object& separator, const Positional& parts);
 
-/// `**kwargs` in call order, without a dict of its own.
+/// `**kwargs` in call order, without a dict of its own: `for (const auto& [name, value] : kwargs)`.
 class Keywords {
 public:
     Keywords(const Binding& binding, const Arguments& arguments) noexcept : binding_(binding), arguments_(arguments) {}
 
-    /// Calls `body(name, value)` for each.
-    template <typename Body>
-    void for_each(Body body) const {
-        const Py_ssize_t count = arguments_.keywords == nullptr ? 0 : PyTuple_GET_SIZE(arguments_.keywords);
-        PyObject* const* values = arguments_.values + arguments_.positional;
-        for (Py_ssize_t i = 0; i < count; ++i) {
-            PyObject* name = PyTuple_GET_ITEM(arguments_.keywords, i);
-            if (parameter_index(binding_, name) == binding_.count)
-                body(Object::borrow(name), Object::borrow(values[i]));
+    class Position {
+    public:
+        Position(const Keywords& all, Py_ssize_t index) : all_(all), index_(all.from(index)) {}
+        Position& operator++() {
+            index_ = all_.from(index_ + 1);
+            return *this;
         }
-    }
+        std::pair<Object, Object> operator*() const {
+            PyObject* const* values = all_.arguments_.values + all_.arguments_.positional;
+            return {Object::borrow(all_.name(index_)), Object::borrow(values[index_])};
+        }
+        bool operator==(std::default_sentinel_t) const noexcept { return index_ == all_.count(); }
+
+    private:
+        const Keywords& all_;
+        Py_ssize_t index_;
+    };
+
+    [[nodiscard]] Position begin() const { return {*this, 0}; }
+    [[nodiscard]] static std::default_sentinel_t end() noexcept { return {}; }
 
 private:
+    [[nodiscard]] Py_ssize_t count() const noexcept {
+        return arguments_.keywords == nullptr ? 0 : PyTuple_GET_SIZE(arguments_.keywords);
+    }
+    [[nodiscard]] PyObject* name(Py_ssize_t index) const noexcept {
+        return PyTuple_GET_ITEM(arguments_.keywords, index);
+    }
+    /// The next index that is not one of a parameter with a name of its own.
+    [[nodiscard]] Py_ssize_t from(Py_ssize_t index) const {
+        while (index < count() && parameter_index(binding_, name(index)) != binding_.count) ++index;
+        return index;
+    }
+
     const Binding& binding_;
     const Arguments& arguments_;
 };

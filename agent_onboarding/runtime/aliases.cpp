@@ -73,14 +73,16 @@ Object ensure_legacy_src_namespace_alias(Module m) {
     return none();
 }
 
-void require_positive_integer(const Object& value, const Object& name) {
-    if (!value.is_int()) raise(PyExc_TypeError, text<"{} must be an integer, got {}">(name, type_name(value)));
-    if (compare(value, Py_LE, to_object(0))) raise(PyExc_ValueError, text<"{} must be positive, got {}">(name, value));
+Outcome positive_integer(const Object& value, const Object& name) {
+    if (!value.is_int()) return refused(PyExc_TypeError, text<"{} must be an integer, got {}">(name, type_name(value)));
+    if (compare(value, Py_LE, to_object(0)))
+        return refused(PyExc_ValueError, text<"{} must be positive, got {}">(name, value));
+    return value;
 }
 
-Object era_number_identity_salt(Module, const Object& market_id, const Object& era_number) {
-    require_positive_integer(market_id, "market_id"_s);
-    require_positive_integer(era_number, "era_number"_s);
+Outcome era_number_identity_salt(Module, const Object& market_id, const Object& era_number) {
+    if (positive_integer(market_id, "market_id"_s).is_refusal()) return Outcome::refusal();
+    if (positive_integer(era_number, "era_number"_s).is_refusal()) return Outcome::refusal();
     return eight_bytes_each(market_id, era_number);
 }
 

@@ -16,11 +16,12 @@ Object manifest_files(Module, const Object& manifest) {
     return files;
 }
 
-Object read_manifest(Module m, const Object& data_dir) {
+Outcome read_manifest(Module m, const Object& data_dir) {
     const Object path = m.call<"os.path.join">(data_dir, "manifest.json"_s);
     if (!truth(m.call<"os.path.exists">(path))) {
         const Object incomplete = m.get<"RuntimeModuleDownloadIncomplete">();
-        raise(incomplete(text<"Runtime manifest is missing at {}.">(path), kw<"relative_path">("manifest.json"_s)));
+        return refused(
+            incomplete(text<"Runtime manifest is missing at {}.">(path), kw<"relative_path">("manifest.json"_s)));
     }
     const Object data = read_json(m, path);
 

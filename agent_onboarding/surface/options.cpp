@@ -64,39 +64,41 @@ Object expected_type_name(Module, const Object& expected_type) {
     return join(" or "_s, names);
 }
 
-[[noreturn]] void refuse_unknown_option(Module m, const Object& key) {
+Outcome refuse_unknown_option(Module m, const Object& key) {
     const Object names = join(", "_s, sorted(m.get<"_VALID_OPTIONS">()));
-    raise(PyExc_ValueError, text<"Unknown configuration option: '{}'. Valid options: {}">(key, names));
+    return refused(PyExc_ValueError, text<"Unknown configuration option: '{}'. Valid options: {}">(key, names));
 }
 
-[[noreturn]] void refuse_type(Module m, const Object& key, const Object& expected, const Object& value) {
+Outcome refuse_type(Module m, const Object& key, const Object& expected, const Object& value) {
     const Object expected_name = m.call<"_expected_type_name">(expected);
-    raise(PyExc_ValueError, text<"Option '{}' expects {}, got {}.">(key, expected_name, type_name(value)));
+    return refused(PyExc_ValueError, text<"Option '{}' expects {}, got {}.">(key, expected_name, type_name(value)));
 }
 
-Object checked_data_dir(Module m, const Object& value) {
+Outcome checked_data_dir(Module m, const Object& value) {
     Object path = m.call<"os.fspath">(value);
-    if (path == ""_s) raise(PyExc_ValueError, "data_dir cannot be empty."_s);
+    if (path == ""_s) return refused(PyExc_ValueError, "data_dir cannot be empty."_s);
     return path;
 }
 
-Object checked_named_universe(const Object& value) {
+Outcome checked_named_universe(const Object& value) {
     Object name = strip(value);
-    if (!truth(name)) raise(PyExc_ValueError, "named_universe cannot be empty."_s);
-    if (!is_safe_path_segment(name)) raise(PyExc_ValueError, "named_universe must be a single safe path segment."_s);
+    if (!truth(name)) return refused(PyExc_ValueError, "named_universe cannot be empty."_s);
+    if (!is_safe_path_segment(name))
+        return refused(PyExc_ValueError, "named_universe must be a single safe path segment."_s);
     return name;
 }
 
-Object checked_market_id(const Object& value) {
-    if (compare(value, Py_LE, to_object(0))) raise(PyExc_ValueError, "market_id must be a positive integer."_s);
+Outcome checked_market_id(const Object& value) {
+    if (compare(value, Py_LE, to_object(0)))
+        return refused(PyExc_ValueError, "market_id must be a positive integer."_s);
     return value;
 }
 
-Object checked_option(Module m, const Object& key, const Object& value) {
-    if (!contains(m.get<"_VALID_OPTIONS">(), key)) refuse_unknown_option(m, key);
+Outcome checked_option(Module m, const Object& key, const Object& value) {
+    if (!contains(m.get<"_VALID_OPTIONS">(), key)) return refuse_unknown_option(m, key);
 
     const Object expected = m.get<"_VALID_OPTIONS">().item(key);
-    if (!is_instance(value, expected)) refuse_type(m, key, expected, value);
+    if (!is_instance(value, expected)) return refuse_type(m, key, expected, value);
 
     if (key == "data_dir"_s) return checked_data_dir(m, value);
     if (key == "server_url"_s) return m.call<"auth._validate_server_url">(value);
@@ -148,13 +150,14 @@ void write_rotation_settings(Module m, const Object& updates) {
     rotation_settings.call<"write_rotation_settings">(data_dir, current);
 }
 
-Object configure(Module m, const Keywords& options) {
+Outcome configure(Module m, const Keywords& options) {
     const Object updates = dict();
-    options.for_each([&](const Object& key, const Object& value) {
-        const Object checked = checked_option(m, key, value);
-        updates.set_item(key, checked);
-        m.get<"_config">().set_item(key, checked);
-    });
+    for (const auto& [key, value] : options) {
+        const Outcome checked = checked_option(m, key, value);
+        if (checked.is_refusal()) return Outcome::refusal();
+        updates.set_item(key, checked.value());
+        m.get<"_config">().set_item(key, checked.value());
+    }
 
     const Object rotation = rotation_options(m, updates);
     if (!rotation.is_none()) write_rotation_settings(m, rotation);

@@ -12,12 +12,13 @@ namespace {
 Object unreachable() { return "Cannot reach SableCrest server. Check your network connection and try again."_s; }
 Object invalid_key() { return "Invalid private key format. Expected hex string (64 characters) or 32 bytes."_s; }
 
-Object resolve_invite_code(Module m, Object invite_code) {
+Outcome resolve_invite_code(Module m, Object invite_code) {
     if (invite_code.is_none()) invite_code = option<"invite_code">(m);
     Object resolved = m.call<"auth._normalize_invite_code">(invite_code);
     if (resolved.is_none())
-        raise(PyExc_ValueError, "Invite code required. Pass --invite-code, set invite_code in settings.yaml, or call "
-                                "register(invite_code=...)."_s);
+        return refused(PyExc_ValueError,
+                       "Invite code required. Pass --invite-code, set invite_code in settings.yaml, or call "
+                       "register(invite_code=...)."_s);
     return resolved;
 }
 
@@ -135,8 +136,8 @@ Object register_agent(Module m, Object invite_code, const Object& data_dir, cons
     return m.call<"WalletRegistration">(kw<"address">(address));
 }
 
-Object login(Module m, const Object& private_key, const Object& bootstrap_runtime, const Object& settings_path) {
-    if (private_key.is_none()) raise(PyExc_ValueError, invalid_key());
+Outcome login(Module m, const Object& private_key, const Object& bootstrap_runtime, const Object& settings_path) {
+    if (private_key.is_none()) return refused(PyExc_ValueError, invalid_key());
     m.call<"_apply_file_settings">(kw<"settings_path">(settings_path));
 
     const Object data_dir = settle_data_dir(m, m.get<"_config">().item<"data_dir">());

@@ -34,7 +34,7 @@ Object items(Module, Value iterable) {
 
 Object options(Module, Value a, Value b, Value c, Value d, Value e, const Keywords& keywords) {
     const Object result = list(a, b, c, d, e);
-    keywords.for_each([&](Value name, Value value) { append(result, tuple(name, value)); });
+    for (const auto& [name, value] : keywords) append(result, tuple(name, value));
     return result;
 }
 
