@@ -22,8 +22,8 @@ PyObject* keywords_of(const Stack& stack) { return stack.keywords != nullptr ? s
 Object call(PyObject* callee, const Stack& stack) {
     const vectorcallfunc enter =
         PyFunction_Check(callee) ? reinterpret_cast<PyFunctionObject*>(callee)->vectorcall : PyObject_Vectorcall;
-    return Object::steal(enter(callee, stack.places + 2, stack.positional | PY_VECTORCALL_ARGUMENTS_OFFSET,
-                               keywords_of(stack)));
+    return Object::steal(
+        enter(callee, stack.places + 2, stack.positional | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords_of(stack)));
 }
 
 Object call_method(PyObject* self, const Name& name, const Stack& stack) {

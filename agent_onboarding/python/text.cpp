@@ -83,7 +83,7 @@ std::optional<std::array<Object, 2>> split_last(const Object& object, const Obje
 }
 
 bool starts_with(const Object& object, const Object& prefix, const Object& end) {
-    if (!are_strings(object, prefix) || !end.is_plain_str()) return starts_with(object, prefix + end);
+    if (!are_strings(object, prefix) || !end.is_plain_str()) return truth(object.get<"startswith">()(prefix + end));
     return detail::stands_at(object.ptr(), prefix.ptr(), 0) &&
            detail::stands_at(object.ptr(), end.ptr(), PyUnicode_GET_LENGTH(prefix.ptr()));
 }

@@ -2,6 +2,7 @@
 
 import ctypes
 import sys
+from functools import partial
 from itertools import product
 from types import ModuleType
 
@@ -82,12 +83,39 @@ exits = [lambda *_: False, lambda *_: True, lambda *_: odd, leave, property(fail
 managers = [instance(__enter__=enter, __exit__=exit) for enter in (lambda _: 1, int, failing[0]) for exit in exits]
 managers += [instance(__enter__=int), instance(__exit__=leave), module(__enter__=int, __exit__=leave)]
 
+
+# Where a name in a module leads to, while it is bound anew and the module becomes another kind of object.
+def follow(owner, read):
+    owner.late = held = module(name=1)
+    for step in (
+        lambda: None,
+        lambda: setattr(held, "name", 2),
+        lambda: setattr(held, "__class__", type("Shadowing", (ModuleType,), {"name": property(lambda _: 3)})),
+        lambda: setattr(held, "__class__", ModuleType),
+        lambda: delattr(held, "name"),
+        lambda: setattr(held, "__getattr__", len),
+        lambda: setattr(owner, "late", instance(name=4)),
+    ):
+        step()
+        yield from (*outcomes(read, []), *outcomes(read, []))
+
+
+def changed(change, collection):
+    change(copy := type(collection)(collection))
+    return copy
+
+
 # Strings and their like whose own methods must be asked, and which refuse to be.
 own = dict.fromkeys(("strip", "startswith", "endswith", "__radd__", "__eq__", "__format__"), lambda self, *_: self)
 text, odd = instance(str, " a ", **own), instance(__bool__=fails(KeyError), **own)
 hostile = instance(__hash__=lambda _: hash("name"), __eq__=fails(OSError), __format__=fails(OSError))
 lookups = [{"name": 1}, {}, {hostile: 1}, instance(dict, get=lambda *names: names[1:]), *holders]
 strings = ["", "a", "a ", "\u2003é\u3000", "é", "𝄞", "\ud800", "𝄞a\ud800", "a𝄞", "\x1c", text, ("a", "é"), odd, hostile]
+poppable = [{"name": 1}, {}, {hostile: 1}, instance(dict, pop=lambda *names: 1 // 0)]
+growing = [[], instance(list, append=list.remove)]
+numbers = [0, 1, 2**63 - 1, 2**63, 2**64, -1, True, 1.5, instance(int, to_bytes=lambda *_: b"odd")]
+named = type("Named", (type,), {"__name__": property(lambda _: 1)})("Named", (), {})
+dotted = partial(eval, "(late.name.real, late.name.conjugate())")
 
 BOUND = {
     "add(**{'RIGHT'.lower(): 2, instance(str, 'left'): 1})": 3,
@@ -115,7 +143,10 @@ CASES = {
     "rebound": (lambda x: (setattr(native, "late", x), native.has(x), native.global_())[2], int, [1, 2]),
     "unbound": (lambda: (vars(native).pop("late", None), native.has(0), native.global_()), lambda: eval("late")),
     "call": (native.call, lambda x: x.name(1, b=True, a=2), holders),
-    "lookup": (native.lookup, lambda x: (x.get("name"), x.get("name", 0)), lookups),
+    "dotted": (lambda: [*follow(native, native.dotted)], lambda: [*follow(sys.modules[__name__], dotted)]),
+    "lookup": (native.lookup, lambda x: (x.get("name"), x.get("name", 0), x.get("name", {})), lookups),
+    "discard": (partial(changed, native.discard_), partial(changed, lambda x: x.pop("name", None)), [*poppable, ()]),
+    "append": (partial(changed, native.append_), partial(changed, lambda x: x.append(1)), [*growing, ()]),
     "raise": (native.raise_, raise_, [KeyError, 1, int]),
     "handle": (native.handle, handle, [int, *failing], [KeyError, OSError, odd], handlers),
     "nested": (lambda: resume_elsewhere(native), lambda: resume_elsewhere(sys.modules[__name__])),
@@ -125,6 +156,12 @@ CASES = {
     "strip": (native.strip, lambda x: x.strip(), strings),
     "starts_with": (native.starts_with, lambda x, y: bool(x.startswith(y)), strings, strings),
     "ends_with": (native.ends_with, lambda x, y: bool(x.endswith(y)), strings, strings),
+    "begins": (native.begins, lambda x, y: bool(x.startswith(y + "a")), strings, strings),
+    "contains_any": (native.contains_any, lambda x: "\0" in x or "a" in x, [*strings, "b\0"]),
+    "split_last": (native.split_last, lambda x: ((parts := x.rpartition("a"))[0] and parts[::2]) or None, strings),
+    "join": (native.join_, lambda x, y: "-a".join((x, y)), strings, [*strings, 1]),
+    "type_name": (native.type_name_, lambda x: type(x).__name__, [1, odd, named()]),
+    "eight_bytes": (native.eight_bytes, lambda x, y: x.to_bytes(8, "big") + y.to_bytes(8, "big"), numbers, numbers),
     "compare": (native.compare, lambda x, y: bool(x == y) - bool(x != y), strings, strings),
     "add": (native.add, lambda x, y: x + y, strings, strings),
     "items": (native.items, list, [[1, 2], {}, 1, instance(__iter__=lambda _: (1 // x for x in (1, 0)))]),

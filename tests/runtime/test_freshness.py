@@ -3,6 +3,7 @@
 import inspect
 import weakref
 
+import pytest
 from differential import agree, native, plain
 from interpreter import scenario
 
@@ -29,3 +30,13 @@ def test_sync_manager_is_that_of_plain_python():
         return methods, results, vars(manager), vars(kind(5)), kind.__bases__
 
     assert show(native._LocalRuntimeSyncManager) == show(plain._LocalRuntimeSyncManager)
+
+
+def test_sync_manager_is_made_by_what_its_class_binds(monkeypatch):
+    kind = native._LocalRuntimeSyncManager
+    for refused in (lambda: kind(), lambda: kind(1, 2, 3), lambda: kind(1, manifest=1), lambda: kind(1, colour=1)):
+        pytest.raises(TypeError, refused)
+    monkeypatch.setattr(kind, "__init__", lambda self, *values, **named: vars(self).update(named, values=values))
+    assert vars(kind(1, 2, colour=3)) == {"colour": 3, "values": (1, 2)}
+    monkeypatch.undo()
+    assert vars(kind(1)) == vars(kind(*[1])) == vars(plain._LocalRuntimeSyncManager(1))

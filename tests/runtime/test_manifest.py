@@ -1,6 +1,7 @@
 """The manifest: what of it is read, which runtime modules it lists, and other files that may be absent."""
 
 import json
+from contextlib import suppress
 from types import SimpleNamespace
 
 from differential import Scenario, agree, compare, write
@@ -34,6 +35,19 @@ def steps(m):
     return iter(entries) is entries, results
 
 
+def nested(m):
+    """An iterator that is asked for the next entry while it finds one."""
+    entries = m._runtime_module_manifest_entries({"files": TWO})
+
+    def is_kind(kind):
+        with suppress(ValueError):
+            m.logger.info("nested", next(entries))
+        return True
+
+    m.is_runtime_module_kind = is_kind
+    return [*entries]
+
+
 def others(m):
     payload = m._read_manifest_payload_with_signals_index("data") | {"list": []}
     sections = [m._manifest_payload_mapping_or_empty(payload, name) for name in ("signals_index", "list", "none")]
@@ -48,6 +62,7 @@ def holding(manifest="{}"):
 
 
 SCENARIOS = [Scenario("steps", holding(), steps), scenario("others", holding(), others)]
+SCENARIOS += [Scenario("nested", holding(), nested)]
 SCENARIOS += [scenario("whole", holding(json.dumps({"files": TWO})), read)]
 SCENARIOS += [Scenario("stop", lambda m, _: setattr(m, "is_runtime_module_kind", lambda k: next(iter(()))), steps)]
 
