@@ -19,7 +19,7 @@ bool detail::contains_any(PyObject* string, std::string_view characters) noexcep
     const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
     for (Py_ssize_t i = 0; i < size; ++i) {
         const Py_UCS4 character = PyUnicode_READ_CHAR(string, i);
-        if (std::ranges::any_of(characters, [=](char one) { return Py_UCS4(one) == character; })) return true;
+        if (character < 0x80 && characters.find(static_cast<char>(character)) != std::string_view::npos) return true;
     }
     return false;
 }
