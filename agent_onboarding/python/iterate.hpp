@@ -93,6 +93,13 @@ inline void append(const Object& list, const Object& item) {
         list.call<"append">(item);
 }
 
+/// Whether a list of our own holds this very object.
+inline bool contains_itself(const Object& list, const Object& item) {
+    for (const Object& one : iterate(list))
+        if (one.is(item)) return true;
+    return false;
+}
+
 /// A set of the items, `set()`.
 template <std::same_as<Object>... Items>
 Object set(const Items&... items) {

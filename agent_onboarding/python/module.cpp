@@ -35,7 +35,7 @@ ModuleState* ModuleState::of(PyObject* module) noexcept {
 int ModuleState::traverse(PyObject* module, visitproc visit, void* arg) noexcept {
     const ModuleState* state = of(module);
     if (state == nullptr) return 0;
-    for (const Object& globals : state->watched_) Py_VISIT(globals.ptr());
+    for (const Object& globals : state->watched_) Py_VISIT(globals.ptr());  // null behind the last
     if (state->generator_type_.has_value()) Py_VISIT(state->generator_type_->ptr());
     return 0;
 }
@@ -60,14 +60,18 @@ int ModuleState::begin_epoch(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*)
 bool ModuleState::watch(PyObject* globals) {
     if (watcher_ < 0) return false;
     if (std::ranges::any_of(watched_, [=](const Object& one) { return one.ptr() == globals; })) return true;
-    watched_.push_back(Object::borrow(globals));
-    return check(PyDict_Watch(watcher_, globals)) == 0;
+    if (watched_count_ == watched_.size()) return false;
+    check(PyDict_Watch(watcher_, globals));
+    watched_[watched_count_++] = Object::borrow(globals);
+    return true;
 }
 
 void ModuleState::unwatch_all() noexcept {
     values_epoch_ = 0;
-    for (const Object& globals : std::exchange(watched_, {}))
+    while (watched_count_ > 0) {
+        const Object globals = std::exchange(watched_[--watched_count_], Object{});
         if (PyDict_Unwatch(watcher_, globals.ptr()) < 0) PyErr_Clear();
+    }
 }
 
 PyObject* ModuleState::look_up(PyObject* globals, const Name& name, const Name& place) {

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <vector>
 
 #include "python/iterate.hpp"
 #include "python/text.hpp"
@@ -58,11 +57,14 @@ private:
     /// Finds the value in the namespace of a module, which the garbage collector may have cleared, and remembers it.
     PyObject* look_up(PyObject* globals, const Name& name, const Name& place);
     PyObject* value_in_owner(PyObject* module, const DottedName& name);
+    /// Whether changes of the namespace are noticed from now on.
     bool watch(PyObject* globals);
     void unwatch_all() noexcept;
 
     int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
-    std::vector<Object> watched_;
+    // Not a vector: with its exceptions the module would be an eighth larger.
+    std::array<Object, 32> watched_;
+    std::size_t watched_count_ = 0;
     std::optional<Object> generator_type_;
     unsigned constructed_version_ = 0;
     std::uint64_t values_epoch_ = 0;

@@ -1,9 +1,6 @@
 /// \file One line about an exception and its explicit causes, for messages.
 #include "parts.hpp"
 
-#include <algorithm>
-#include <vector>
-
 namespace agent_onboarding {
 
 using namespace py;
@@ -23,12 +20,11 @@ Object describe(const Object& exception) {
 
 Object exception_chain_detail(Module, const Object& exc) {
     const Object parts = list();
-    std::vector<Object> visited;  // so that a cycle of causes ends
-    visited.reserve(most_links);
+    const Object visited = list();  // so that a cycle of causes ends
     Object current = exc;
     while (!current.is_none() && size(parts) < most_links) {
-        if (std::ranges::any_of(visited, [&](const Object& one) { return one.is(current); })) break;
-        visited.push_back(current);
+        if (contains_itself(visited, current)) break;
+        append(visited, current);
         const Object part = describe(current);
         if (!contains(parts, part)) append(parts, part);
         current = get_or_none<"__cause__">(current);
