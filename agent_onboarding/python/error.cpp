@@ -12,7 +12,7 @@ namespace py {
 Error pending() {
     PyObject* exception = PyErr_GetRaisedException();
     if (exception == nullptr) {
-        PyErr_SetString(PyExc_SystemError, "a call failed without setting an exception");
+        PyErr_SetString(PyExc_SystemError, "error return without exception set");
         exception = PyErr_GetRaisedException();
     }
     return Error{Object::steal(exception)};

@@ -15,18 +15,26 @@ Object safe_named_universe(Module, const Object& value) {
     return name;
 }
 
+Object safe_name(Module m, const Object& value) {
+    return call_own<"_safe_named_universe", safe_named_universe>(m, functions::safe_universe[0], value);
+}
+
 Object append_unique_named_universe(Module m, const Object& values, const Object& value) {
-    const Object name = m.call<"_safe_named_universe">(value);
+    const Object name = safe_name(m, value);
     if (truth(name) && !contains(values, name)) append(values, name);
     return none();
 }
 
+Object append_unique(Module m, const Object& values, const Object& value) {
+    return call_own<"_append_unique_named_universe", append_unique_named_universe>(m, functions::named_universes[0],
+                                                                                   values, value);
+}
+
 Object append_allowed_named_universes(Module m, const Object& values, const Object& raw) {
-    if (!raw.is_list()) {
-        m.call<"_append_unique_named_universe">(values, raw);
-        return none();
-    }
-    for (const Object& item : iterate(raw)) m.call<"_append_unique_named_universe">(values, item);
+    if (!raw.is_list())
+        append_unique(m, values, raw);
+    else
+        for (const Object& item : iterate(raw)) append_unique(m, values, item);
     return none();
 }
 
@@ -104,9 +112,9 @@ Object active_era_named_universe_candidates(Module m, const Object& era) {
 
 /// The first safe name of a list, or of a single value.
 Object first_safe(Module m, const Object& allowed) {
-    if (!allowed.is_list()) return m.call<"_safe_named_universe">(allowed);
+    if (!allowed.is_list()) return safe_name(m, allowed);
     for (const Object& item : iterate(allowed)) {
-        Object name = m.call<"_safe_named_universe">(item);
+        Object name = safe_name(m, item);
         if (truth(name)) return name;
     }
     return none();

@@ -35,7 +35,8 @@ def test_sync_manager_is_that_of_plain_python():
 def test_sync_manager_is_made_by_what_its_class_binds(monkeypatch):
     kind = native._LocalRuntimeSyncManager
     for refused in (lambda: kind(), lambda: kind(1, 2, 3), lambda: kind(1, manifest=1), lambda: kind(1, colour=1)):
-        pytest.raises(TypeError, refused)
+        with pytest.raises(TypeError):
+            refused()
     monkeypatch.setattr(kind, "__init__", lambda self, *values, **named: vars(self).update(named, values=values))
     assert vars(kind(1, 2, colour=3)) == {"colour": 3, "values": (1, 2)}
     monkeypatch.undo()
