@@ -63,7 +63,7 @@ COMPUTING = [
 # native function can cost some nanoseconds more than it saves.
 FORWARDING = [
     Row("M.get_agents_md_fragment()", 1.0, "len(key)"),
-    Row("M._resolve_invite_code('code')"),
+    Row("M._resolve_invite_code('code')", 1.1),
     Row("M._resolve_optional_invite_code(None)", 1.15),
     Row("M._LocalRuntimeSyncManager(small_manifest)"),
     Row("M.sync_manager.get_manifest()", 1.25),

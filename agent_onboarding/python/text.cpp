@@ -19,7 +19,8 @@ bool detail::contains_any(PyObject* string, std::string_view characters) noexcep
     const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
     for (Py_ssize_t i = 0; i < size; ++i) {
         const Py_UCS4 character = PyUnicode_READ_CHAR(string, i);
-        if (character < 0x80 && characters.find(static_cast<char>(character)) != std::string_view::npos) return true;
+        for (const unsigned char one : characters)
+            if (one == character) return true;
     }
     return false;
 }
@@ -60,9 +61,11 @@ Object strip(const Object& object) {
     PyObject* string = object.ptr();
     if (!PyUnicode_CheckExact(string)) return object.call<"strip">();
     Py_ssize_t begin = 0;
-    Py_ssize_t end = PyUnicode_GET_LENGTH(string);
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
+    Py_ssize_t end = size;
     while (begin < end && is_space_at(string, begin)) ++begin;
     while (begin < end && is_space_at(string, end - 1)) --end;
+    if (end - begin == size) return object;
     return Object::steal(PyUnicode_Substring(string, begin, end));
 }
 

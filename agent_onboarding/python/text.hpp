@@ -8,9 +8,13 @@
 namespace py {
 
 /// `str(x)`, `repr(x)`, `format(x)`
-inline Object str(const Object& object) { return Object::steal(PyObject_Str(object.ptr())); }
+inline Object str(const Object& object) {
+    return object.is_plain_str() ? object : Object::steal(PyObject_Str(object.ptr()));
+}
 inline Object repr(const Object& object) { return Object::steal(PyObject_Repr(object.ptr())); }
-inline Object format(const Object& object) { return Object::steal(PyObject_Format(object.ptr(), nullptr)); }
+inline Object format(const Object& object) {
+    return object.is_plain_str() ? object : Object::steal(PyObject_Format(object.ptr(), nullptr));
+}
 
 /// `type(x).__name__`. What `type` itself answers cannot be rebound, so an ordinary class is asked directly.
 inline Object type_name(const Object& object) {
