@@ -83,7 +83,7 @@ PyObject* function_trampoline(PyObject* module, PyObject* const* values, Py_ssiz
     return enter<L, Function>(Module{module}, Arguments{values, static_cast<std::size_t>(positional), keywords});
 }
 
-/// `self` is a pair of the module and what the closure has captured, which an iterator may drop while it is called.
+/// `self` is a pair of the module and what the closure has captured.
 template <Literal L, auto Function>
 PyObject* closure_trampoline(PyObject* self, PyObject* const* values, Py_ssize_t positional,
                              PyObject* keywords) noexcept {
