@@ -97,15 +97,17 @@ def oddities(expected, *arguments):
     return {(name, found.get(name)) for name in dict(expected) | found} - expected
 
 
-def in_own_process(warm, body):
-    _, odd = answers_of_child([warm, body])
+def in_own_process(expected, operation, directory, which, first, stop, module, shift=0):
+    call = module, operation, directory, which
+    body = partial(oddities, expected, *call, max(first + shift, 0), stop + shift)
+    _, odd = answers_of_child([partial(warm_up, *call), body])
     return {("exit status", odd)} if isinstance(odd, int) else odd
 
 
 def attempts(module, name, directory, most=None):
     """For each call of the operation, the attempts for at most so many of its allocations, spread over all, what they
-    are the first to show but success, memory that ran out, and the state before, and a function that repeats them. Many
-    run in one process, but what they show counts only when they also show it in a process of their own."""
+    are the first to show but success, memory that ran out, and the state before, and a function that repeats them in
+    either module. Many run in one process, but what they show counts only when they show it in one of their own too."""
     for which in count():
         call = module, OPERATIONS[name], directory, which
         warm = partial(warm_up, *call)
@@ -120,18 +122,22 @@ def attempts(module, name, directory, most=None):
         while limits:
             bodies = [partial(oddities, expected, *call, *limit) for limit in limits[:TOGETHER]]
             _, *found = answers_of_child([warm, *bodies])
-            for (n, stop), body, odd in zip(limits, bodies, found):
+            for (n, stop), odd in zip(limits, found):
                 what = f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}"
-                alone = partial(in_own_process, warm, body)
-                shown = alone() if odd else set()
+                repeat = partial(in_own_process, {*expected}, *call[1:], n, stop)
+                shown = repeat(module) if odd else set()
                 expected |= {part for part in shown if part[0] != "exit status"}
-                yield what, shown, alone
+                yield what, shown, repeat
             del limits[: len(found)]
 
 
-def is_explained(shown, alone, in_plain):
-    """Whether plain Python shows the same. An interpreter that spoils its memory shows something else each time."""
-    return shown <= in_plain or any(again and again <= in_plain for again in (alone() for _ in range(20)))
+def is_explained(shown, repeat, in_plain):
+    """Whether plain Python shows the same, or does so in processes of their own for the allocations around this one. An
+    interpreter that spoils its memory shows something else each time."""
+    if shown <= in_plain:
+        return True
+    in_plain = in_plain.union(*(repeat(plain, shift) for shift in range(-9, 10)))
+    return shown <= in_plain or any(again and again <= in_plain for again in (repeat(native) for _ in range(20)))
 
 
 def walk(name, directory, most):
@@ -143,7 +149,9 @@ def walk(name, directory, most):
     explanations = chain.from_iterable(attempts(plain, each, directory) for each in family)
     while not odd <= in_plain and (found := next(explanations, None)):
         in_plain |= found[1]
-    unexplained = {what: shown - in_plain for what, shown, alone in walked if not is_explained(shown, alone, in_plain)}
+    unexplained = {
+        what: shown - in_plain for what, shown, repeat in walked if not is_explained(shown, repeat, in_plain)
+    }
     return len(walked), odd & in_plain, unexplained
 
 
