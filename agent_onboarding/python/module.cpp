@@ -29,7 +29,7 @@ int ModuleState::begin(PyObject* module) noexcept {
 
 ModuleState* ModuleState::of(PyObject* module) noexcept {
     auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
-    return state != nullptr && state->watcher_ != 0 ? state : nullptr;
+    return state != nullptr && state->has_begun_ ? state : nullptr;
 }
 
 int ModuleState::traverse(PyObject* module, visitproc visit, void* arg) noexcept {

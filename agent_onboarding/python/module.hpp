@@ -61,7 +61,8 @@ private:
     bool watch(PyObject* globals);
     void unwatch_all() noexcept;
 
-    int watcher_;  // negative where the interpreter has none left: then nothing is remembered; 0 before the execution
+    bool has_begun_ = true;  // The interpreter's memory for a state is filled with zeros.
+    int watcher_;            // negative where the interpreter has none left: then nothing is remembered
     // Not a vector: with its exceptions the module would be an eighth larger.
     std::array<Object, 32> watched_;
     std::size_t watched_count_ = 0;
