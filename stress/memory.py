@@ -3,6 +3,7 @@
 import gc
 import py_compile
 import re
+import signal
 import sys
 import tempfile
 import zlib
@@ -25,6 +26,7 @@ except ImportError:
 FAR = 50_000  # more allocations than any operation makes
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
 TOGETHER = 30  # attempts in a process
+FAULTS = -signal.SIGSEGV, -signal.SIGBUS  # by chance the one or the other
 LOADED = dict(sys.modules)
 
 
@@ -101,7 +103,7 @@ def in_own_process(expected, operation, directory, which, first, stop, module, s
     call = module, operation, directory, which
     body = partial(oddities, expected, *call, max(first + shift, 0), stop + shift)
     _, odd = answers_of_child([partial(warm_up, *call), body])
-    return {("exit status", odd)} if isinstance(odd, int) else odd
+    return {("exit status", "memory fault" if odd in FAULTS else odd)} if isinstance(odd, int) else odd
 
 
 def attempts(module, name, directory, most=None):
