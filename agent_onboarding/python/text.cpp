@@ -19,8 +19,8 @@ bool detail::contains_any(PyObject* string, std::string_view characters) noexcep
     const Py_ssize_t size = PyUnicode_GET_LENGTH(string);
     for (Py_ssize_t i = 0; i < size; ++i) {
         const Py_UCS4 character = PyUnicode_READ_CHAR(string, i);
-        for (const unsigned char one : characters)
-            if (one == character) return true;
+        for (const char one : characters)
+            if (static_cast<unsigned char>(one) == character) return true;
     }
     return false;
 }
