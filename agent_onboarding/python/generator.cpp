@@ -40,9 +40,9 @@ Object make_type(Module m) {
     PyType_Slot slots[] = {
         {Py_tp_dealloc, slot(deallocate)},     {Py_tp_traverse, slot(traverse)},        {Py_tp_clear, slot(clear)},
         {Py_tp_iter, slot(PyObject_SelfIter)}, {Py_tp_iternext, slot(Generator::next)}, {0, nullptr}};
-    PyType_Spec specification{"sablecrest.agent_onboarding.generator", sizeof(Generator), 0,
-                              Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
-    return Object::steal(PyType_FromModuleAndSpec(m.ptr(), &specification, nullptr));
+    PyType_Spec description{"sablecrest.agent_onboarding.generator", sizeof(Generator), 0,
+                            Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
+    return Object::steal(PyType_FromModuleAndSpec(m.ptr(), &description, nullptr));
 }
 
 }  // namespace
