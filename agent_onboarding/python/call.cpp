@@ -14,6 +14,13 @@ PyObject* module_attribute(PyObject* object, const Name& name) {
     return value;
 }
 
+/// `dict.get(key)` of a real dict, whose methods cannot be rebound.
+std::optional<Object> item_of(PyObject* dict, const Object& key) {
+    PyObject* value = nullptr;
+    if (check(compat::find_item(dict, key.ptr(), &value)) == 0) return std::nullopt;
+    return Object::steal(value);
+}
+
 PyObject* keywords_of(const Stack& stack) { return stack.keywords != nullptr ? stack.keywords->ptr() : nullptr; }
 
 }  // namespace
@@ -58,15 +65,10 @@ void set(PyObject* object, const Name& name, const Object& value) {
     check(PyObject_SetAttr(object, name.ptr(), value.ptr()));
 }
 
-// The `get` of a real dict cannot be rebound, so a dict is asked directly.
 Object lookup(PyObject* mapping, const Object& key, const Object* otherwise) {
-    if (!PyDict_CheckExact(mapping)) {
-        const Object get = Object::steal(PyObject_GetAttr(mapping, "get"_s.ptr()));
-        return otherwise != nullptr ? get(key, *otherwise) : get(key);
-    }
-    PyObject* value = nullptr;
-    if (check(compat::find_item(mapping, key.ptr(), &value)) != 0) return Object::steal(value);
-    return otherwise != nullptr ? *otherwise : none();
+    if (PyDict_CheckExact(mapping)) return item_of(mapping, key).value_or(otherwise != nullptr ? *otherwise : none());
+    const Object get = Object::steal(PyObject_GetAttr(mapping, "get"_s.ptr()));
+    return otherwise != nullptr ? get(key, *otherwise) : get(key);
 }
 
 Object lookup_or_make(PyObject* mapping, const Object& key, Object make_default()) {
@@ -74,8 +76,8 @@ Object lookup_or_make(PyObject* mapping, const Object& key, Object make_default(
         const Object otherwise = make_default();
         return lookup(mapping, key, &otherwise);
     }
-    PyObject* value = nullptr;
-    return check(compat::find_item(mapping, key.ptr(), &value)) != 0 ? Object::steal(value) : make_default();
+    std::optional<Object> value = item_of(mapping, key);
+    return value.has_value() ? *std::move(value) : make_default();
 }
 
 }  // namespace py::detail

@@ -10,15 +10,21 @@ namespace detail {
 /// `cls(…)` as the interpreter calls any class.
 PyObject* call_class(PyObject* cls, PyObject* const* values, std::size_t count, PyObject* keywords) noexcept;
 
+/// Whether nothing was bound in the class, or in its bases, since its construction was shortened.
+inline bool is_as_made(Module m, PyTypeObject* cls) noexcept {
+    return cls->tp_version_tag == m.state().constructed_version();
+}
+
 template <Literal L, auto Initialise>
 PyObject* construct(PyObject* cls, PyObject* const* values, std::size_t count, PyObject* keywords) noexcept {
-    PyObject* module = PyType_GetModuleByDef(reinterpret_cast<PyTypeObject*>(cls), &module_definition);
+    auto* type = reinterpret_cast<PyTypeObject*>(cls);
+    PyObject* module = PyType_GetModuleByDef(type, &module_definition);
     if (module == nullptr) return nullptr;
     // The place in front of the arguments is ours for the time of the call, where the caller says so.
-    if ((count & PY_VECTORCALL_ARGUMENTS_OFFSET) == 0 || !Module{module}.constructs_as_made(cls))
+    if ((count & PY_VECTORCALL_ARGUMENTS_OFFSET) == 0 || !is_as_made(Module{module}, type))
         return call_class(cls, values, count, keywords);
 
-    PyObject* self = PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(cls), 0);
+    PyObject* self = PyType_GenericAlloc(type, 0);
     if (self == nullptr) return nullptr;
     PyObject** arguments = const_cast<PyObject**>(values) - 1;
     PyObject* in_front = std::exchange(*arguments, self);
@@ -35,8 +41,10 @@ PyObject* construct(PyObject* cls, PyObject* const* values, std::size_t count, P
 /// without a detour; once something is bound in it, it is called as any other.
 template <Literal L, auto Initialise>
 void shorten_construction(Module m, const Object& cls) {
-    reinterpret_cast<PyTypeObject*>(cls.ptr())->tp_vectorcall = detail::construct<L, Initialise>;
-    m.remember_construction(cls.ptr());
+    auto* type = reinterpret_cast<PyTypeObject*>(cls.ptr());
+    if (PyUnstable_Type_AssignVersionTag(type) == 0) return;
+    m.state().constructed_version() = type->tp_version_tag;
+    type->tp_vectorcall = detail::construct<L, Initialise>;
 }
 
 }  // namespace py

@@ -55,8 +55,9 @@ PyObject* Generator::next(PyObject* self) noexcept {
 }
 
 Object make_generator(Module m, const Object& argument, Object (*resume)(Module, Generator&)) {
-    const Object& type = m.generator_type(make_type);
-    Object object = Object::steal(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(type.ptr()), 0));
+    std::optional<Object>& type = m.state().generator_type();
+    if (!type.has_value()) type = make_type(m);
+    Object object = Object::steal(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(type->ptr()), 0));
     Generator& generator = generator_of(object.ptr());
     new (&generator.module) Object{Object::borrow(m.ptr())};
     new (&generator.held) Object{argument};

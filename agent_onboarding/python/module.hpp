@@ -83,25 +83,9 @@ public:
         : module_(module), state_(static_cast<ModuleState*>(PyModule_GetState(module))) {}
 
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
-    [[nodiscard]] Object* names() const noexcept { return state_->names(); }
+    [[nodiscard]] ModuleState& state() const noexcept { return *state_; }
     /// What the module binds to the name, borrowed; null where it does not bind it.
     [[nodiscard]] PyObject* find(const Name& name) const { return state_->value(module_, name); }
-    /// The type of the module's iterators, which `make(m)` makes for the first of them.
-    template <typename Make>
-    [[nodiscard]] const Object& generator_type(Make make) const {
-        std::optional<Object>& type = state_->generator_type();
-        if (!type.has_value()) type = make(*this);
-        return *type;
-    }
-    void remember_construction(PyObject* cls) const noexcept {
-        auto* type = reinterpret_cast<PyTypeObject*>(cls);
-        if (PyUnstable_Type_AssignVersionTag(type) != 0) state_->constructed_version() = type->tp_version_tag;
-    }
-    /// Whether nothing was bound in the class since.
-    [[nodiscard]] bool constructs_as_made(PyObject* cls) const noexcept {
-        const unsigned version = state_->constructed_version();
-        return version != 0 && version == reinterpret_cast<PyTypeObject*>(cls)->tp_version_tag;
-    }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }
 
@@ -141,7 +125,7 @@ private:
 /// Makes a module's strings the ones in use while one of its functions runs.
 class UseNames {
 public:
-    explicit UseNames(Module m) noexcept : outer_(names_in_use) { names_in_use = m.names(); }
+    explicit UseNames(Module m) noexcept : outer_(names_in_use) { names_in_use = m.state().names(); }
     ~UseNames() { names_in_use = outer_; }
     UseNames(const UseNames&) = delete;
     UseNames& operator=(const UseNames&) = delete;

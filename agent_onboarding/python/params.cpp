@@ -67,14 +67,11 @@ Object join(const Object& separator, const Positional& parts) {
     Py_ssize_t size = PyUnicode_GET_LENGTH(separator.ptr()) * (std::ssize(texts) - 1);
     for (PyObject* text : texts) size += PyUnicode_GET_LENGTH(text);
     Object result = Object::steal(PyUnicode_New(size, 0x7F));
-    auto* end = PyUnicode_1BYTE_DATA(result.ptr());
-    const auto write = [&](PyObject* text) {
-        end = std::copy_n(PyUnicode_1BYTE_DATA(text), PyUnicode_GET_LENGTH(text), end);
-    };
-    write(texts.front());
+    AsciiWriter writer{result};
+    writer.write(texts.front());
     for (PyObject* text : texts.subspan(1)) {
-        write(separator.ptr());
-        write(text);
+        writer.write(separator.ptr());
+        writer.write(text);
     }
     return result;
 }

@@ -7,8 +7,6 @@ namespace py {
 
 namespace {
 
-char* ascii_data(const Object& string) noexcept { return reinterpret_cast<char*>(PyUnicode_1BYTE_DATA(string.ptr())); }
-
 bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
     return Py_UNICODE_ISSPACE(PyUnicode_READ_CHAR(string, index)) != 0;
 }
@@ -34,12 +32,11 @@ Object detail::interleaved(const std::string_view* fragments, const Object* stri
     }
     Object result = Object::steal(PyUnicode_New(static_cast<Py_ssize_t>(size), highest));
     if (highest < 0x80) {
-        char* end = ascii_data(result);
-        const auto write = [&](std::string_view text) { end = std::copy_n(text.data(), text.size(), end); };
-        write(fragments[0]);
+        AsciiWriter writer{result};
+        writer.write(fragments[0]);
         for (std::size_t i = 0; i < count; ++i) {
-            write({ascii_data(strings[i]), static_cast<std::size_t>(PyUnicode_GET_LENGTH(strings[i].ptr()))});
-            write(fragments[i + 1]);
+            writer.write(strings[i].ptr());
+            writer.write(fragments[i + 1]);
         }
         return result;
     }

@@ -22,6 +22,20 @@ inline Object type_name(const Object& object) {
     return Py_IS_TYPE(type, &PyType_Type) ? Object::steal(PyType_GetName(type)) : type_of(object).get<"__name__">();
 }
 
+/// Fills a new string, whose characters are all ASCII, from its begin on.
+class AsciiWriter {
+public:
+    explicit AsciiWriter(const Object& string) noexcept : end_(PyUnicode_1BYTE_DATA(string.ptr())) {}
+
+    void write(std::string_view text) noexcept { end_ = std::ranges::copy(text, end_).out; }
+    void write(PyObject* string) noexcept {
+        end_ = std::copy_n(PyUnicode_1BYTE_DATA(string), PyUnicode_GET_LENGTH(string), end_);
+    }
+
+private:
+    Py_UCS1* end_;
+};
+
 namespace detail {
 
 /// Where the I-th "{}" stands in a template, or its end.
