@@ -9,6 +9,7 @@ from functools import partial
 from importlib import import_module
 from itertools import pairwise
 from threading import Barrier
+from traceback import print_exc
 from types import SimpleNamespace
 
 NATIVE, PLAIN = "sablecrest.agent_onboarding", "benchmarks.plain.agent_onboarding"
@@ -52,18 +53,26 @@ def check(name, number, times):
 
 def live(name, times, locks, met, number):
     interpreters, lock = import_module("_interpreters" if IS_NEW else "_xxsubinterpreters"), locks[number % len(locks)]
-    one = interpreters.create(lock) if IS_NEW else interpreters.create(isolated=lock == "isolated")
-    for function in ("use", "check"):
-        interpreters.run_string(one, CODE.format(f"{function}({name!r}, {1 + number}, {times})"))
-        met.wait()
-    interpreters.destroy(one)
+    try:
+        one = interpreters.create(lock) if IS_NEW else interpreters.create(isolated=lock == "isolated")
+        for function in ("use", "check"):
+            interpreters.run_string(one, CODE.format(f"{function}({name!r}, {1 + number}, {times})"))
+            met.wait()
+        interpreters.destroy(one)
+    except BaseException:
+        print_exc(file=sys.__stderr__)
+        met.abort()  # Those at its side would wait for it.
+        raise
 
 
 def growth(name, locks):
     """What is left by one interpreter and then some side by side, and how many blocks more use of the module leaves."""
-    from stress.leaks import measure  # here, as the interpreters import this file too
+    import faulthandler  # here, as the interpreters import this file too
 
-    signal.alarm(300)  # Other processes may hold this one up.
+    from stress.leaks import measure
+
+    signal.alarm(0)  # Other processes may hold this one up.
+    faulthandler.dump_traceback_later(300, exit=True, file=sys.__stderr__)
     measured, main = [], import_module(NATIVE)
     for times in (2, 6, 2, 6):
         with ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
