@@ -42,7 +42,10 @@ Object make_type(Module m) {
         {Py_tp_iter, slot(PyObject_SelfIter)}, {Py_tp_iternext, slot(Generator::next)}, {0, nullptr}};
     PyType_Spec description{"sablecrest.agent_onboarding.generator", sizeof(Generator), 0,
                             Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
-    return Object::steal(PyType_FromModuleAndSpec(m.ptr(), &description, nullptr));
+    PyObject* type = PyType_FromModuleAndSpec(m.ptr(), &description, nullptr);
+    // CPython does not say so when there is no memory for a copy of the name.
+    if (type == nullptr && PyErr_Occurred() == nullptr) PyErr_NoMemory();
+    return Object::steal(type);
 }
 
 }  // namespace
