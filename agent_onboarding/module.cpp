@@ -31,7 +31,7 @@ private:
 };
 
 int execute(PyObject* module) noexcept {
-    if (ModuleState::begin(module) < 0) return -1;
+    ModuleState::begin(module);
     const Module m{module};
     const UseNames names{m};
     try {

@@ -15,17 +15,7 @@ ModuleState::~ModuleState() {
     if (watcher_ >= 0 && PyDict_ClearWatcher(watcher_) < 0) PyErr_Clear();
 }
 
-int ModuleState::begin(PyObject* module) noexcept {
-    new (PyModule_GetState(module)) ModuleState;
-    const UseNames names{Module{module}};
-    try {
-        Name::intern_all();
-        return 0;
-    } catch (...) {
-        translate_exception();
-        return -1;
-    }
-}
+void ModuleState::begin(PyObject* module) noexcept { new (PyModule_GetState(module)) ModuleState; }
 
 ModuleState* ModuleState::of(PyObject* module) noexcept {
     auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
@@ -83,7 +73,7 @@ PyObject* ModuleState::look_up(PyObject* globals, const Name& name, const Name& 
         std::ranges::fill(values_, nullptr);
         values_epoch_ = epoch_;
     }
-    values_[place.index()] = value;
+    values_[place.index() != 0 ? place.index() : place.take_index()] = value;
     return value;
 }
 

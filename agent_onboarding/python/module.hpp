@@ -18,8 +18,8 @@ public:
     ModuleState(const ModuleState&) = delete;
     ModuleState& operator=(const ModuleState&) = delete;
 
-    /// First in the module's execution; negative, with an exception set, where memory runs out.
-    static int begin(PyObject* module) noexcept;
+    /// First in the module's execution.
+    static void begin(PyObject* module) noexcept;
     /// For the module definition's m_traverse, m_clear and m_free.
     static int traverse(PyObject* module, visitproc visit, void* arg) noexcept;
     static int clear(PyObject* module) noexcept;

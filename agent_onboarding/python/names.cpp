@@ -9,7 +9,7 @@ constinit thread_local Object* names_in_use = nullptr;
 
 namespace {
 
-constinit const Name* last_name = nullptr;
+constinit std::atomic<unsigned> last_index = 0;
 
 Object interned(std::string_view text) {
     PyObject* string = PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
@@ -29,21 +29,19 @@ Object interned_tuple(std::string_view texts) {
 
 }  // namespace
 
-Name::Name(Kind kind, std::string_view text) noexcept
-    : kind_(kind), text_(text), index_(last_name != nullptr ? last_name->index_ + 1 : 0), previous_(last_name) {
-    last_name = this;
+unsigned Name::take_index() const {
+    unsigned index = 0;
+    const unsigned next = ++last_index;
+    if (next >= name_capacity) raise(PyExc_SystemError, interned("more names than the module has room for"));
+    // Another interpreter may have been faster.
+    return index_.compare_exchange_strong(index, next) ? next : index;
 }
 
-Object Name::intern() const {
-    if (kind_ == Kind::dotted) return {};
-    return kind_ == Kind::string ? interned(text_) : interned_tuple(text_);
-}
-
-void Name::intern_all() {
-    if (last_name->index_ >= name_capacity)
-        raise(PyExc_SystemError, interned("more names than the module has room for"));
-    for (const Name* name = last_name; name != nullptr; name = name->previous_)
-        names_in_use[name->index_] = name->intern();
+const Object& Name::intern() const {
+    Object& place = names_in_use[index() != 0 ? index() : take_index()];
+    Object object = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
+    if (place.ptr() == nullptr) place = std::move(object);
+    return place;
 }
 
 }  // namespace py

@@ -1,6 +1,7 @@
-/// \file Names written where they are used: every literal is interned once per module, before its functions run.
+/// \file Names written where they are used: every literal is interned once per module, when it is first used.
 #pragma once
 
+#include <atomic>
 #include <span>
 
 #include "python/object.hpp"
@@ -10,47 +11,53 @@ namespace py {
 /// The interned strings of the module whose function runs on this thread.
 extern constinit thread_local Object* names_in_use;
 
-/// As many as a module may have.
+/// As many as a module may use.
 inline constexpr unsigned name_capacity = 1024;
 
 /// A literal, which has the same place among the names of every module instance.
 class Name {
 public:
-    enum class Kind {
+    enum class Kind : unsigned char {
         string,
         tuple,   // of strings, written with commas
         dotted,  // is no object, but has a place where a module remembers its value
     };
 
-    Name(Kind kind, std::string_view text) noexcept;
+    consteval Name(Kind kind, std::string_view text)
+        : text_(text.data()), size_(static_cast<unsigned short>(text.size())), kind_(kind) {}
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
-    [[nodiscard]] unsigned index() const noexcept { return index_; }
-    [[nodiscard]] const Object& get() const noexcept { return names_in_use[index_]; }
-    [[nodiscard]] PyObject* ptr() const noexcept { return get().ptr(); }
+    /// 0, where nothing is ever put, before the name was first used in any interpreter.
+    [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
+    /// The place that it keeps from now on.
+    unsigned take_index() const;
+
+    [[nodiscard]] const Object& get() const {
+        const Object& object = names_in_use[index()];
+        return object.ptr() != nullptr ? object : intern();
+    }
+    [[nodiscard]] PyObject* ptr() const { return get().ptr(); }
 
     /// Whether it is one of the names that types reserve for themselves.
-    [[nodiscard]] bool is_special() const noexcept { return text_.starts_with("__"); }
-
-    /// Interns all that there are. When one is first used there may be no memory, but something to undo.
-    static void intern_all();
+    [[nodiscard]] bool is_special() const noexcept { return text().starts_with("__"); }
 
 private:
-    [[nodiscard]] Object intern() const;
+    [[nodiscard]] std::string_view text() const noexcept { return {text_, size_}; }
+    [[nodiscard]] const Object& intern() const;
 
+    const char* text_;
+    mutable std::atomic<unsigned> index_ = 0;
+    unsigned short size_;
     Kind kind_;
-    std::string_view text_;
-    unsigned index_;
-    const Name* previous_;
 };
 
 template <Literal L>
-inline const Name string_name{Name::Kind::string, L.view()};
+inline constinit const Name string_name{Name::Kind::string, L.view()};
 
 /// Keyword names as calls want them: "exist_ok" or "invite_code,register_wallet".
 template <Literal L>
-inline const Name tuple_name{Name::Kind::tuple, L.view()};
+inline constinit const Name tuple_name{Name::Kind::tuple, L.view()};
 
 inline namespace literals {
 /// The interned string of the literal.
@@ -68,7 +75,7 @@ struct DottedName {
 };
 
 template <Literal L>
-inline const Name dotted_place{Name::Kind::dotted, L.view()};
+inline constinit const Name dotted_place{Name::Kind::dotted, L.view()};
 
 template <Literal L>
 inline constexpr DottedName dotted_name = [] {
@@ -98,5 +105,12 @@ consteval Path make_path(std::index_sequence<I...>) {
 
 template <Literal L>
 inline constexpr Path path = detail::make_path<L>(std::make_index_sequence<segment_count<L>>{});
+
+/// Interns the names in "os.close" before there is something to close: by then memory may have run out.
+template <Literal... Paths>
+void intern() {
+    for (const Path names : {path<Paths>...})
+        for (const Name* name : names) static_cast<void>(name->get());
+}
 
 }  // namespace py

@@ -46,6 +46,7 @@ Object bootstrap_runtime(Module m, const Object& am, const Object& strict) {
 }
 
 Object bootstrap_local_runtime(Module m, const Object& am) {
+    intern<"_bootstrap_local_runtime_from_config">();  // what fails below is only logged
     try {
         return m.call<"_bootstrap_local_runtime_from_config">(am);
     } catch (const Error& error) {

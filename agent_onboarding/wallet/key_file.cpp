@@ -90,6 +90,7 @@ Object read_wallet_key(Module m, const Object& data_dir) {
     if (!truth(m.call<"os.path.exists">(path))) return none();
     check_wallet_path(m, path, cannot_read);
 
+    intern<"os.close">();
     Object fd = open_for_reading(m, path);
     return try_finally(
         [&] {
@@ -107,6 +108,7 @@ Object read_wallet_key(Module m, const Object& data_dir) {
 void overwrite(Module m, const Object& path, const Object& key_content) {
     const Object create = m.get<"os.O_WRONLY">() | m.get<"os.O_CREAT">();
     const Object flags = without_following_links(m, create | m.get<"os.O_TRUNC">());
+    intern<"os.close">();
     const Object fd = m.call<"os.open">(path, flags, owner_only);
     try_finally(
         [&] {

@@ -58,6 +58,7 @@ bool is_acknowledged(const Object& manager) {
 Object authenticate_registration(Module m, const Object& directory, const Object& private_key,
                                  const Object& invite_code, bool is_new) {
     const Object key = m.call<"_normalize_key">(private_key);
+    intern<"auth.RegistrationError", "auth.InvalidKeyError", "_registration_acknowledged", "_write_wallet_key">();
     Object manager = none();
     try {
         const Object auth_manager = m.get<"auth.AuthManager">();
