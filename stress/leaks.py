@@ -70,9 +70,9 @@ def leaks(names, directory, repeats):
 
 
 def main():
-    short, names = arguments()
+    option, names = arguments()
     with tempfile.TemporaryDirectory(dir="/dev/shm") as parent:
-        groups, repeats = ([names], 1) if short else ([[name] for name in names], 10)
+        groups, repeats = ([names], 1) if option == "--short" else ([[name] for name in names], 10)
         found = [name for group in groups for name in leaks(group, Path(parent, "stage"), repeats)]
     print(f"{len(names)} operations, {len(found)} leaks", *found, sep="\n    ")
     sys.exit(bool(found))

@@ -99,21 +99,21 @@ def oddities(expected, *arguments):
     return {(name, found.get(name)) for name in dict(expected) | found} - expected
 
 
-def in_own_process(expected, operation, directory, which, first, stop, module, shift=0):
-    call = module, operation, directory, which
-    body = partial(oddities, expected, *call, max(first + shift, 0), stop + shift)
-    _, odd = answers_of_child([partial(warm_up, *call), body])
+def in_own_process(expected, warm, call, first, stop, module, shift=0):
+    body = partial(oddities, expected, module, *call, max(first + shift, 0), stop + shift)
+    _, odd = answers_of_child([partial(warm_up, warm or module, *call), body])
     return {("exit status", "memory fault" if odd in FAULTS else odd)} if isinstance(odd, int) else odd
 
 
-def attempts(module, name, directory, most=None):
+def attempts(module, name, directory, most=None, warm=None):
     """For each call of the operation, the attempts for at most so many of its allocations, spread over all, what they
     are the first to show but success, memory that ran out, and the state before, and a function that repeats them in
-    either module. Many run in one process, but what they show counts only when they show it in one of their own too."""
+    either module. Many run in one process, but what they show counts only when they show it in one of their own too.
+    Where only the module `warm` has done the same before, each runs in one of its own at once."""
     for which in count():
-        call = module, OPERATIONS[name], directory, which
-        warm = partial(warm_up, *call)
-        _, answer = answers_of_child([warm, partial(attempt, *call, FAR, FAR + ALL)])
+        call = OPERATIONS[name], directory, which
+        warming = partial(warm_up, warm or module, *call)
+        _, answer = answers_of_child([warming, partial(attempt, module, *call, FAR, FAR + ALL)])
         if not answer:
             return
         found, before, allocations = answer
@@ -122,11 +122,11 @@ def attempts(module, name, directory, most=None):
         spread = sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]
         limits = [(n, stop) for n in spread for stop in (n + 1, n + ALL)]
         while limits:
-            bodies = [partial(oddities, expected, *call, *limit) for limit in limits[:TOGETHER]]
-            _, *found = answers_of_child([warm, *bodies])
+            bodies = [partial(oddities, expected, module, *call, *limit) for limit in limits[: 1 if warm else TOGETHER]]
+            _, *found = answers_of_child([warming, *bodies])
             for (n, stop), odd in zip(limits, found):
                 what = f"call {which}, allocation {n} {'alone' if stop == n + 1 else 'and all after'}"
-                repeat = partial(in_own_process, {*expected}, *call[1:], n, stop)
+                repeat = partial(in_own_process, {*expected}, warm, call, n, stop)
                 shown = repeat(module) if odd else set()
                 expected |= {part for part in shown if part[0] != "exit status"}
                 yield what, shown, repeat
@@ -142,10 +142,10 @@ def is_explained(shown, repeat, in_plain):
     return shown <= in_plain or any(again and again <= in_plain for again in (repeat(native) for _ in range(20)))
 
 
-def walk(name, directory, most):
+def walk(name, directory, most, warm):
     """How many attempts there were, what plain Python explains of them, where it does the same or its like, and what
     nothing explains."""
-    walked = [*attempts(native, name, directory, most)]
+    walked = [*attempts(native, name, directory, most, warm)]
     odd, in_plain = set().union(*(shown for _, shown, _ in walked)), set()
     family = [name, *(other for other in OPERATIONS if other.split(":")[0] == name.split(":")[0] and ":" in name)]
     explanations = chain.from_iterable(attempts(plain, each, directory) for each in family)
@@ -158,7 +158,8 @@ def walk(name, directory, most):
 
 
 def main():
-    short, names = arguments()
+    option, names = arguments()
+    most, warm = {"--short": (3, None), "--cold": (40, plain)}.get(option, (None, None))
     total = Counter()
     with tempfile.TemporaryDirectory(dir="/dev/shm") as parent:
         sys.dont_write_bytecode, sys.pycache_prefix = False, parent  # compiling is no part of any operation
@@ -167,7 +168,7 @@ def main():
         missed = own_functions(native).keys() - in_child(functions_reached, directory)
         gc.freeze()
         for name in names:
-            tried, explained, unexplained = walk(name, directory, 3 if short else None)
+            tried, explained, unexplained = walk(name, directory, most, warm)
             total.update(operations=1, attempts=tried, explained=len(explained), unexplained=len(unexplained))
             lines = [*(f"as in plain Python: {part}" for part in explained), *unexplained.items()]
             print(f"{name}: {tried} attempts", *lines, sep="\n    ", flush=True)

@@ -149,6 +149,6 @@ def functions_reached(directory):
 
 
 def arguments():
-    """Of a stress run, [--short] [PATTERN]: whether it shall be short, and the names of the operations that match."""
-    pattern, *_ = [*(argument for argument in sys.argv[1:] if argument != "--short"), ""]
-    return "--short" in sys.argv, [name for name in OPERATIONS if re.search(pattern, name)]
+    """Of a stress run, [--OPTION] [PATTERN]: the option, and the names of the operations that match."""
+    option, pattern = (next((a for a in sys.argv[1:] if a.startswith("--") is wanted), "") for wanted in (True, False))
+    return option, [name for name in OPERATIONS if re.search(pattern, name)]
