@@ -25,15 +25,18 @@ inline Object type_name(const Object& object) {
 /// Fills a new string, whose characters are all ASCII, from its begin on.
 class AsciiWriter {
 public:
-    explicit AsciiWriter(const Object& string) noexcept : end_(PyUnicode_1BYTE_DATA(string.ptr())) {}
+    explicit AsciiWriter(const Object& string) noexcept : end_(characters(string.ptr())) {}
 
-    void write(std::string_view text) noexcept { end_ = std::ranges::copy(text, end_).out; }
+    // Between pointers to the same type, all of a text is copied at once.
+    void write(std::string_view text) noexcept { end_ = std::copy_n(text.data(), text.size(), end_); }
     void write(PyObject* string) noexcept {
-        end_ = std::copy_n(PyUnicode_1BYTE_DATA(string), PyUnicode_GET_LENGTH(string), end_);
+        end_ = std::copy_n(characters(string), PyUnicode_GET_LENGTH(string), end_);
     }
 
 private:
-    Py_UCS1* end_;
+    static char* characters(PyObject* string) noexcept { return static_cast<char*>(PyUnicode_DATA(string)); }
+
+    char* end_;
 };
 
 namespace detail {
