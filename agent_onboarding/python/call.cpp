@@ -5,12 +5,10 @@ namespace py::detail {
 
 namespace {
 
-/// An attribute of a real module, or null where the general look-up has to decide. Only the special names of the
-/// module type come before a module's own.
-PyObject* module_attribute(PyObject* object, const Name& name) {
+/// Null where the general look-up has to decide.
+PyObject* module_attribute(PyObject* module, const Name& name) {
     PyObject* value = nullptr;
-    if (PyModule_CheckExact(object) && !name.is_special())
-        check(compat::find_item(PyModule_GetDict(object), name.ptr(), &value));
+    check(compat::find_item(PyModule_GetDict(module), name.ptr(), &value));
     return value;
 }
 
@@ -21,38 +19,39 @@ std::optional<Object> item_of(PyObject* dict, const Object& key) {
     return Object::steal(value);
 }
 
-PyObject* keywords_of(const Stack& stack) { return stack.keywords != nullptr ? stack.keywords->ptr() : nullptr; }
+PyObject* keywords_of(Stack stack) { return stack.shape.keywords != nullptr ? stack.shape.keywords->ptr() : nullptr; }
 
 }  // namespace
 
 // Entering a Python function directly would save some nanoseconds, and the check that it left no exception behind, which
 // it does when the interpreter has no memory.
-Object call(PyObject* callee, const Stack& stack) {
-    return Object::steal(PyObject_Vectorcall(callee, stack.places + 2,
-                                             stack.positional | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords_of(stack)));
+PyObject* call(PyObject* callee, Stack stack) {
+    return PyObject_Vectorcall(callee, stack.places + 2, stack.shape.positional | PY_VECTORCALL_ARGUMENTS_OFFSET,
+                               keywords_of(stack));
 }
 
-Object call_method(PyObject* self, const Name& name, const Stack& stack) {
-    if (PyObject* function = module_attribute(self, name)) return call(Object::steal(function).ptr(), stack);
+PyObject* call_method(PyObject* self, const Name& name, Stack stack) {
+    if (is_in_namespace(self, name))
+        if (PyObject* function = module_attribute(self, name)) return call(Object::steal(function).ptr(), stack);
     stack.places[1] = self;
-    return Object::steal(PyObject_VectorcallMethod(
-        name.ptr(), stack.places + 1, (stack.positional + 1) | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords_of(stack)));
+    return PyObject_VectorcallMethod(name.ptr(), stack.places + 1,
+                                     (stack.shape.positional + 1) | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords_of(stack));
 }
 
-Object call_path(PyObject* object, Path path, const Stack& stack) {
+PyObject* call_path(PyObject* object, Path path, Stack stack) {
     if (path.size() == 1) return call_method(object, *path.front(), stack);
-    return call_method(get_path(object, path.first(path.size() - 1)).ptr(), *path.back(), stack);
+    return call_method(Object::steal(get_path(object, path.first(path.size() - 1))).ptr(), *path.back(), stack);
 }
 
-Object get(PyObject* object, const Name& name) {
-    if (PyObject* value = module_attribute(object, name)) return Object::steal(value);
-    return Object::steal(PyObject_GetAttr(object, name.ptr()));
+PyObject* get_from_module(PyObject* module, const Name& name) {
+    PyObject* value = module_attribute(module, name);
+    return value != nullptr ? value : PyObject_GetAttr(module, name.ptr());
 }
 
-Object get_path(PyObject* object, Path path) {
-    Object value = get(object, *path.front());
-    for (const Name* name : path.subspan(1)) value = get(value.ptr(), *name);
-    return value;
+PyObject* get_path(PyObject* object, Path path) {
+    Object owner = Object::borrow(object);
+    for (const Name* name : path.first(path.size() - 1)) owner = Object::steal(get(owner.ptr(), *name));
+    return get(owner.ptr(), *path.back());
 }
 
 std::optional<Object> find(PyObject* object, const Name& name) {

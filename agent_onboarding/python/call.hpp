@@ -73,26 +73,46 @@ PyObject* pointer(const Keyword<L, Value>& keyword) noexcept {
     return keyword.value.ptr();
 }
 
+/// What is known of a call while compiling: how many arguments are positional, and the names of the others.
+struct Shape {
+    std::size_t positional;
+    const Name* keywords;  // null where there are none
+};
+
+template <typename... Arguments>
+inline constexpr Shape shape{sizeof...(Arguments) - keyword_count<Arguments...>, keyword_names<Arguments...>()};
+
 /// The arguments of a call: places for the callee's use and for `self`, then positional arguments, then keywords.
 struct Stack {
     PyObject** places;
-    std::size_t positional;
-    const Name* keywords;  // null where there are none
+    const Shape& shape;
 };
 
 template <typename Body, typename... Arguments>
 Object with_stack(Body body, const Arguments&... arguments) {
     PyObject* places[] = {nullptr, nullptr, pointer(arguments)...};
-    return body(Stack{places, sizeof...(Arguments) - keyword_count<Arguments...>, keyword_names<Arguments...>()});
+    return Object::steal(body(Stack{places, shape<Arguments...>}));
 }
 
-Object call(PyObject* callee, const Stack& stack);
-Object call_method(PyObject* self, const Name& name, const Stack& stack);
-/// Calls what lies at the end of the path.
-Object call_path(PyObject* object, Path path, const Stack& stack);
+// These return a new reference, or null with an exception set: an `Object` would come back through memory.
 
-Object get(PyObject* object, const Name& name);
-Object get_path(PyObject* object, Path path);
+PyObject* call(PyObject* callee, Stack stack);
+PyObject* call_method(PyObject* self, const Name& name, Stack stack);
+/// Calls what lies at the end of the path.
+PyObject* call_path(PyObject* object, Path path, Stack stack);
+
+/// Whether what a module's namespace has is what its attribute is. Only the special names of the module type come
+/// before a module's own.
+inline bool is_in_namespace(PyObject* object, const Name& name) noexcept {
+    return PyModule_CheckExact(object) && !name.is_special();
+}
+
+PyObject* get_from_module(PyObject* module, const Name& name);
+inline PyObject* get(PyObject* object, const Name& name) {
+    return is_in_namespace(object, name) ? get_from_module(object, name) : PyObject_GetAttr(object, name.ptr());
+}
+PyObject* get_path(PyObject* object, Path path);
+
 std::optional<Object> find(PyObject* object, const Name& name);
 void set(PyObject* object, const Name& name, const Object& value);
 /// `mapping.get(key)`, `mapping.get(key, otherwise)`
@@ -104,7 +124,7 @@ Object lookup_or_make(PyObject* mapping, const Object& key, Object make_default(
 /// Calls a class or function of the interpreter itself.
 template <typename... Arguments>
 Object call(PyObject* builtin, const Arguments&... arguments) {
-    return detail::with_stack([=](const detail::Stack& stack) { return detail::call(builtin, stack); },
+    return detail::with_stack([=](detail::Stack stack) { return detail::call(builtin, stack); },
                               to_object(arguments)...);
 }
 
@@ -115,14 +135,14 @@ Object Object::operator()(const Arguments&... arguments) const {
 
 template <Literal L, typename... Arguments>
 Object Object::call(const Arguments&... arguments) const {
-    return detail::with_stack(
-        [this](const detail::Stack& stack) { return detail::call_path(pointer_, path<L>, stack); },
-        to_object(arguments)...);
+    return detail::with_stack([this](detail::Stack stack) { return detail::call_path(pointer_, path<L>, stack); },
+                              to_object(arguments)...);
 }
 
 template <Literal L>
 Object Object::get() const {
-    return detail::get_path(pointer_, path<L>);
+    if constexpr (segment_count<L> == 1) return Object::steal(detail::get(pointer_, string_name<L>));
+    return Object::steal(detail::get_path(pointer_, path<L>));
 }
 
 template <Literal L>

@@ -73,7 +73,7 @@ PyObject* ModuleState::look_up(PyObject* globals, const Name& name, const Name& 
         std::ranges::fill(values_, nullptr);
         values_epoch_ = epoch_;
     }
-    values_[place.index() != 0 ? place.index() : place.take_index()] = value;
+    values_[place.own_index()] = value;
     return value;
 }
 
@@ -101,18 +101,17 @@ Object Module::get(const DottedName& name) const {
 /// What only the attributes can tell.
 Object Module::look_up(const DottedName& name) const {
     if (name.owner == nullptr) refuse_name(name.attribute->get());
-    return detail::get(get(*name.owner).ptr(), *name.attribute);
+    return Object::steal(detail::get(get(*name.owner).ptr(), *name.attribute));
 }
 
 bool Module::has(const DottedName& name) const {
     return detail::find(get(*name.owner).ptr(), *name.attribute).has_value();
 }
 
-Object Module::call(const DottedName& name, const detail::Stack& stack) const {
-    PyObject* value = state_->value(module_, name);
-    if (value == nullptr && name.owner != nullptr)
-        return detail::call_method(get(*name.owner).ptr(), *name.attribute, stack);
-    return detail::call((value != nullptr ? Object::borrow(value) : get(name)).ptr(), stack);
+PyObject* Module::call(Module m, const DottedName& name, detail::Stack stack) {
+    if (PyObject* value = m.state_->value(m.module_, name)) return detail::call(Object::borrow(value).ptr(), stack);
+    if (name.owner == nullptr) refuse_name(name.attribute->get());
+    return detail::call_method(m.get(*name.owner).ptr(), *name.attribute, stack);
 }
 
 Object builtin(const Object& name) {

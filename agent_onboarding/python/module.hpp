@@ -108,7 +108,7 @@ public:
     /// `name(…)`, `name.attribute(…)`
     template <Literal L, typename... Arguments>
     Object call(const Arguments&... arguments) const {
-        return detail::with_stack([this](const detail::Stack& stack) { return call(dotted_name<L>, stack); },
+        return detail::with_stack([m = *this](detail::Stack stack) { return call(m, dotted_name<L>, stack); },
                                   to_object(arguments)...);
     }
 
@@ -116,7 +116,7 @@ private:
     [[nodiscard]] Object get(const DottedName& name) const;
     [[nodiscard]] Object look_up(const DottedName& name) const;
     [[nodiscard]] bool has(const DottedName& name) const;
-    Object call(const DottedName& name, const detail::Stack& stack) const;
+    static PyObject* call(Module m, const DottedName& name, detail::Stack stack);
 
     PyObject* module_;
     ModuleState* state_;

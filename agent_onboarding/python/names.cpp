@@ -29,16 +29,17 @@ Object interned_tuple(std::string_view texts) {
 
 }  // namespace
 
-unsigned Name::take_index() const {
-    unsigned index = 0;
+unsigned Name::own_index() const {
+    unsigned index = index_;
+    if (index != 0) return index;
     const unsigned next = ++last_index;
     if (next >= name_capacity) raise(PyExc_SystemError, interned("more names than the module has room for"));
-    // Another interpreter may have been faster.
+    // Another interpreter may be faster.
     return index_.compare_exchange_strong(index, next) ? next : index;
 }
 
 const Object& Name::intern() const {
-    Object& place = names_in_use[index() != 0 ? index() : take_index()];
+    Object& place = names_in_use[own_index()];
     Object object = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
     if (place.ptr() == nullptr) place = std::move(object);
     return place;

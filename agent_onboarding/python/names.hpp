@@ -24,23 +24,28 @@ public:
     };
 
     consteval Name(Kind kind, std::string_view text)
-        : text_(text.data()), size_(static_cast<unsigned short>(text.size())), kind_(kind) {}
+        : text_(text.data()),
+          size_(static_cast<unsigned short>(text.size())),
+          kind_(kind),
+          is_special_(text.starts_with("__")) {}
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
     /// 0, where nothing is ever put, before the name was first used in any interpreter.
     [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
-    /// The place that it keeps from now on.
-    unsigned take_index() const;
+    /// The place that it takes when it is first used, and keeps.
+    [[nodiscard]] unsigned own_index() const;
 
     [[nodiscard]] const Object& get() const {
         const Object& object = names_in_use[index()];
-        return object.ptr() != nullptr ? object : intern();
+        if (object.ptr() != nullptr) [[likely]]
+            return object;
+        return intern();
     }
     [[nodiscard]] PyObject* ptr() const { return get().ptr(); }
 
     /// Whether it is one of the names that types reserve for themselves.
-    [[nodiscard]] bool is_special() const noexcept { return text().starts_with("__"); }
+    [[nodiscard]] bool is_special() const noexcept { return is_special_; }
 
 private:
     [[nodiscard]] std::string_view text() const noexcept { return {text_, size_}; }
@@ -50,6 +55,7 @@ private:
     mutable std::atomic<unsigned> index_ = 0;
     unsigned short size_;
     Kind kind_;
+    bool is_special_;
 };
 
 template <Literal L>
