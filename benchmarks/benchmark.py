@@ -66,7 +66,7 @@ FORWARDING = [
     Row("M._resolve_invite_code('code')", 1.1),
     Row("M._resolve_optional_invite_code(None)", 1.15),
     Row("M._LocalRuntimeSyncManager(small_manifest)"),
-    Row("M.sync_manager.get_manifest()", 1.25),
+    Row("M.sync_manager.get_manifest()", 1.15),
     Row("M.sync_manager.request_for_sync()"),
     Row("M.sync_manager.acquire()"),
 ]
