@@ -101,8 +101,8 @@ PyObject* call_method(PyObject* self, const Name& name, Stack stack);
 /// Calls what lies at the end of the path.
 PyObject* call_path(PyObject* object, Path path, Stack stack);
 
-/// Whether what a module's namespace has is what its attribute is. Only the special names of the module type come
-/// before a module's own.
+/// Whether the object is a module whose namespace is asked first: only the special names of the module type come before
+/// a module's own.
 inline bool is_in_namespace(PyObject* object, const Name& name) noexcept {
     return PyModule_CheckExact(object) && !name.is_special();
 }
