@@ -78,7 +78,9 @@ PyMethodDef functions[] = {
     def<"options(first, second=None, *, third=True, fourth=False, fifth=64, **kwargs)", options>(),
     {}};
 
-PyModuleDef_Slot slots[] = {{Py_mod_exec, reinterpret_cast<void*>(&ModuleState::begin)},
+int execute(PyObject* module) noexcept { return ModuleState::begin(module), 0; }
+
+PyModuleDef_Slot slots[] = {{Py_mod_exec, reinterpret_cast<void*>(&execute)},
                             {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED},
                             {0, nullptr}};
 
