@@ -94,7 +94,8 @@ Object with_stack(Body body, const Arguments&... arguments) {
     return Object::steal(body(Stack{places, shape<Arguments...>}));
 }
 
-// These return a new reference, or null with an exception set: an `Object` would come back through memory.
+// These return a new reference, or null with an exception set: an `Object` would come back through memory. What they let
+// go of meanwhile is let go of with the exception set, as the interpreter does with what it called.
 
 PyObject* call(PyObject* callee, Stack stack);
 PyObject* call_method(PyObject* self, const Name& name, Stack stack);
