@@ -5,6 +5,12 @@ namespace py::detail {
 
 namespace {
 
+/// Whether the object is a module whose namespace is asked first: only the special names of the module type come before
+/// a module's own.
+bool is_in_namespace(PyObject* object, const Name& name) noexcept {
+    return PyModule_CheckExact(object) && !name.is_special();
+}
+
 /// Null where the general look-up has to decide.
 PyObject* module_attribute(PyObject* module, const Name& name) {
     PyObject* value = nullptr;
@@ -43,9 +49,22 @@ PyObject* call_path(PyObject* object, Path path, Stack stack) {
     return call_method(Object::steal(get_path(object, path.first(path.size() - 1))).ptr(), *path.back(), stack);
 }
 
-PyObject* get_from_module(PyObject* module, const Name& name) {
-    PyObject* value = module_attribute(module, name);
-    return value != nullptr ? value : PyObject_GetAttr(module, name.ptr());
+PyObject* get_specially(PyObject* object, const Name& name) {
+    if (is_in_namespace(object, name))
+        if (PyObject* value = module_attribute(object, name)) return value;
+    return PyObject_GetAttr(object, name.ptr());
+}
+
+PyObject* refuse_attribute(PyObject* object, const Name& name) noexcept {
+    if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) return nullptr;
+    PyObject* exception = PyErr_GetRaisedException();
+    auto* error = reinterpret_cast<PyAttributeErrorObject*>(exception);
+    if (error->name == nullptr && error->obj == nullptr) {
+        error->name = Py_NewRef(name.ptr());
+        error->obj = Py_NewRef(object);
+    }
+    PyErr_SetRaisedException(exception);
+    return nullptr;
 }
 
 PyObject* get_path(PyObject* object, Path path) {

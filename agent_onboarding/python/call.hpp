@@ -102,15 +102,15 @@ PyObject* call_method(PyObject* self, const Name& name, Stack stack);
 /// Calls what lies at the end of the path.
 PyObject* call_path(PyObject* object, Path path, Stack stack);
 
-/// Whether the object is a module whose namespace is asked first: only the special names of the module type come before
-/// a module's own.
-inline bool is_in_namespace(PyObject* object, const Name& name) noexcept {
-    return PyModule_CheckExact(object) && !name.is_special();
-}
-
-PyObject* get_from_module(PyObject* module, const Name& name);
+PyObject* get_specially(PyObject* object, const Name& name);
+/// Says in the AttributeError of a getter what was asked for, where the getter did not. Returns null.
+PyObject* refuse_attribute(PyObject* object, const Name& name) noexcept;
+/// `PyObject_GetAttr`, which takes a detour to the way in which nearly every object is asked.
 inline PyObject* get(PyObject* object, const Name& name) {
-    return is_in_namespace(object, name) ? get_from_module(object, name) : PyObject_GetAttr(object, name.ptr());
+    if (Py_TYPE(object)->tp_getattro != PyObject_GenericGetAttr) [[unlikely]]
+        return get_specially(object, name);
+    PyObject* value = PyObject_GenericGetAttr(object, name.ptr());
+    return value != nullptr ? value : refuse_attribute(object, name);
 }
 PyObject* get_path(PyObject* object, Path path);
 

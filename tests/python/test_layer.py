@@ -38,7 +38,8 @@ def with_(manager, body):
 
 
 def chain(error):
-    return error and [type(error), str(error), chain(error.__cause__), chain(error.__context__)]
+    asked = getattr(error, "name", None), type(getattr(error, "obj", None))
+    return error and [type(error), str(error), asked, chain(error.__cause__), chain(error.__context__)]
 
 
 # A generator that starts while an exception is handled, and goes on when there is none any more.
@@ -72,6 +73,8 @@ def module(kind=ModuleType, **namespace):
 
 # What has a "name", has none, or fails when asked.
 holders = [instance(), instance(name=lambda *args, **kw: (args, [*kw.items()]))]
+holders += [instance(name=property(fails(AttributeError))), instance(name=property(fails(OSError)))]
+holders += [instance(name=property(lambda _: raise_(AttributeError(name="own"))))]
 holders += [module(type("Shadowing", (ModuleType,), {"name": property(len)}), name=str)]
 holders += [instance(__getattr__=fails(error)) for error in (AttributeError, KeyError, KeyboardInterrupt)]
 holders += [module(), module(__getattr__=len), module(__getattr__=fails(OSError)), module(name=module(__class__=1))]
