@@ -41,10 +41,23 @@ inline int discard_item(PyObject* dict, PyObject* key) noexcept {
 #endif
 }
 
+/// Stands where a class in C has its methods, to tell that `set_module` has given it its module: subclasses do not
+/// inherit the field, and nobody reads it once a class is made.
+inline PyMethodDef own_class_mark[1]{};
+
 /// Makes the module the one that methods of the class find. `PyType_FromModuleAndSpec` would do so itself, but only
 /// `type()` makes classes that are like any other in every respect, and it leaves this field empty.
-inline void set_module(PyObject* heap_type, PyObject* module) noexcept {
-    Py_XSETREF(reinterpret_cast<PyHeapTypeObject*>(heap_type)->ht_module, Py_NewRef(module));
+inline void set_module(PyObject* cls, PyObject* module) noexcept {
+    auto* heap_type = reinterpret_cast<PyHeapTypeObject*>(cls);
+    Py_XSETREF(heap_type->ht_module, Py_NewRef(module));
+    heap_type->ht_type.tp_methods = own_class_mark;
+}
+
+/// The module of the class, or of its first base that has one by this definition, borrowed; null with an exception set.
+inline PyObject* module_of(PyTypeObject* type, PyModuleDef* definition) noexcept {
+    if (type->tp_methods == own_class_mark) [[likely]]
+        return reinterpret_cast<PyHeapTypeObject*>(type)->ht_module;
+    return PyType_GetModuleByDef(type, definition);
 }
 
 }  // namespace py::compat

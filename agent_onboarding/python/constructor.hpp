@@ -18,7 +18,7 @@ inline bool is_as_made(Module m, PyTypeObject* cls) noexcept {
 template <Literal L, auto Initialise>
 PyObject* construct(PyObject* cls, PyObject* const* values, std::size_t count, PyObject* keywords) noexcept {
     auto* type = reinterpret_cast<PyTypeObject*>(cls);
-    PyObject* module = PyType_GetModuleByDef(type, &module_definition);
+    PyObject* module = compat::module_of(type, &module_definition);
     if (module == nullptr) return nullptr;
     // The place in front of the arguments is ours for the time of the call, where the caller says so.
     if ((count & PY_VECTORCALL_ARGUMENTS_OFFSET) == 0 || !is_as_made(Module{module}, type))

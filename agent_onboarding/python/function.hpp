@@ -96,7 +96,7 @@ PyObject* closure_trampoline(PyObject* self, PyObject* const* values, Py_ssize_t
 template <Literal L, auto Function>
 PyObject* method_trampoline(PyObject* self, PyObject* const* values, Py_ssize_t positional,
                             PyObject* keywords) noexcept {
-    PyObject* module = PyType_GetModuleByDef(Py_TYPE(self), &module_definition);
+    PyObject* module = compat::module_of(Py_TYPE(self), &module_definition);
     if (module == nullptr) return nullptr;
     const Borrowed receiver{self};
     return enter<L, Function>(Module{module}, Arguments{values, static_cast<std::size_t>(positional), keywords},
