@@ -19,7 +19,7 @@ Object closure(Module m, PyMethodDef& entry, const Object& captured) {
     return bound_to(entry, tuple(Object::borrow(m.ptr()), captured), m);
 }
 
-bool is_bound(Module m, const PyMethodDef& entry, const Name& name) {
+bool is_bound(Module m, const PyMethodDef& entry, const DottedName& name) {
     PyObject* function = m.find(name);
     return function != nullptr && PyCFunction_CheckExact(function) &&
            PyCFunction_GET_FUNCTION(function) == entry.ml_meth && PyCFunction_GET_SELF(function) == m.ptr();

@@ -152,12 +152,12 @@ Object method(Module m, PyMethodDef& entry);
 /// A function with a captured object.
 Object closure(Module m, PyMethodDef& entry, const Object& captured);
 /// Whether the module still binds the function of this entry under its name, so that calling it directly is the same.
-bool is_bound(Module m, const PyMethodDef& entry, const Name& name);
+bool is_bound(Module m, const PyMethodDef& entry, const DottedName& name);
 
 /// `name(…)` for a function of the module, entered directly where the module still binds it.
 template <Literal L, auto Function, typename... Arguments>
 Object call_own(Module m, const PyMethodDef& entry, const Arguments&... arguments) {
-    return is_bound(m, entry, string_name<L>) ? Function(m, arguments...) : m.call<L>(arguments...);
+    return is_bound(m, entry, dotted_name<L>) ? Function(m, arguments...) : m.call<L>(arguments...);
 }
 
 /// `class name: …` with the attributes of the class body and the methods of the table, which ends with an empty entry.

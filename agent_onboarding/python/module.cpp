@@ -57,32 +57,46 @@ bool ModuleState::watch(PyObject* globals) {
 }
 
 void ModuleState::unwatch_all() noexcept {
-    values_epoch_ = 0;
+    ++epoch_;
     while (watched_count_ > 0) {
         const Object globals = std::exchange(watched_[--watched_count_], Object{});
         if (PyDict_Unwatch(watcher_, globals.ptr()) < 0) PyErr_Clear();
     }
 }
 
-PyObject* ModuleState::look_up(PyObject* globals, const Name& name, const Name& place) {
+namespace {
+
+/// What the namespace of a module, which the garbage collector may have cleared, binds to the name, borrowed from it.
+PyObject* find_in(PyObject* globals, const Name& name) {
     PyObject* value = nullptr;
     if (globals == nullptr || check(compat::find_item(globals, name.ptr(), &value)) == 0) return nullptr;
-    Py_DECREF(value);  // the namespace keeps it
-    if (!watch(globals)) return value;
-    if (!is_current()) {
-        std::ranges::fill(values_, nullptr);
-        values_epoch_ = epoch_;
-    }
-    values_[place.own_index()] = value;
+    Py_DECREF(value);
     return value;
 }
 
+}  // namespace
+
 // Only the special names of the module type come before a module's own.
-PyObject* ModuleState::value_in_owner(PyObject* module, const DottedName& name) {
-    PyObject* owner = value(module, *name.owner);
-    if (owner == nullptr || !PyModule_CheckExact(owner) || name.attribute->is_special()) return nullptr;
-    PyObject* value = remembered(*name.place);
-    return value != nullptr ? value : look_up(PyModule_GetDict(owner), *name.attribute, *name.place);
+PyObject* ModuleState::look_up(PyObject* module, const DottedName& name) {
+    PyObject* owner = module;
+    if (name.owner != nullptr) {
+        owner = value(module, *name.owner);
+        if (owner == nullptr || !PyModule_CheckExact(owner) || name.attribute.is_special()) return nullptr;
+    }
+    PyObject* globals = PyModule_GetDict(owner);
+    PyObject* value = find_in(globals, name.attribute);
+    if (value != nullptr && watch(globals)) remember(name, value);
+    return value;
+}
+
+void ModuleState::remember(const DottedName& name, PyObject* value) {
+    Remembered found{epoch_, value, {}};
+    if (name.owner != nullptr) {
+        const Remembered& owner = remembered_[name.owner->place.index()];
+        if (owner.epoch != found.epoch || owner.owners[1] != nullptr) return;
+        found.owners = {owner.value, owner.owners[0]};
+    }
+    remembered_[name.place.own_index()] = found;
 }
 
 namespace {
@@ -100,18 +114,25 @@ Object Module::get(const DottedName& name) const {
 
 /// What only the attributes can tell.
 Object Module::look_up(const DottedName& name) const {
-    if (name.owner == nullptr) refuse_name(name.attribute->get());
-    return Object::steal(detail::get(get(*name.owner).ptr(), *name.attribute));
+    if (name.owner == nullptr) refuse_name(name.attribute.get());
+    return Object::steal(detail::get(get(*name.owner).ptr(), name.attribute));
 }
 
 bool Module::has(const DottedName& name) const {
-    return detail::find(get(*name.owner).ptr(), *name.attribute).has_value();
+    return state_->value(module_, name) != nullptr || detail::find(get(*name.owner).ptr(), name.attribute).has_value();
+}
+
+PyObject* Module::call_looked_up(const DottedName& name, detail::Stack stack) const {
+    if (PyObject* value = state_->value(module_, name)) return detail::call(Object::borrow(value).ptr(), stack);
+    if (name.owner == nullptr) refuse_name(name.attribute.get());
+    return detail::call_method(get(*name.owner).ptr(), name.attribute, stack);
 }
 
 PyObject* Module::call(Module m, const DottedName& name, detail::Stack stack) {
-    if (PyObject* value = m.state_->value(m.module_, name)) return detail::call(Object::borrow(value).ptr(), stack);
-    if (name.owner == nullptr) refuse_name(name.attribute->get());
-    return detail::call_method(m.get(*name.owner).ptr(), *name.attribute, stack);
+    PyObject* value = m.state_->remembered(name);
+    if (value == nullptr) [[unlikely]]
+        return m.call_looked_up(name, stack);
+    return detail::call(Object::borrow(value).ptr(), stack);
 }
 
 Object builtin(const Object& name) {

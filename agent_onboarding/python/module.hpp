@@ -28,14 +28,19 @@ public:
     [[nodiscard]] Object* names() noexcept { return names_; }
     /// The type of the module's iterators; empty until the first is made.
     [[nodiscard]] std::optional<Object>& generator_type() noexcept { return generator_type_; }
-    /// What the module's namespace binds to the name, borrowed from it; null where it does not bind it.
-    [[nodiscard]] PyObject* value(PyObject* module, const Name& name) {
-        PyObject* value = remembered(name);
-        return value != nullptr ? value : look_up(PyModule_GetDict(module), name, name);
-    }
-    /// The same for a name in a module that the module binds; null also where only a look-up of attributes can tell.
+    /// What the module's namespace binds to the name, borrowed from it; for a dotted name, what a module in it does. Null
+    /// where it is not bound, and where only a look-up of attributes can tell.
     [[nodiscard]] PyObject* value(PyObject* module, const DottedName& name) {
-        return name.owner == nullptr ? value(module, *name.place) : value_in_owner(module, name);
+        PyObject* value = remembered(name);
+        return value != nullptr ? value : look_up(module, name);
+    }
+    /// The value, where it is remembered; an owner may have got another class since.
+    [[nodiscard]] PyObject* remembered(const DottedName& name) const noexcept {
+        const Remembered& last = remembered_[name.place.index()];
+        if (last.epoch != epoch_.load(std::memory_order_relaxed)) return nullptr;
+        for (PyObject* owner : last.owners)
+            if (owner != nullptr && !PyModule_CheckExact(owner)) return nullptr;
+        return last.value;
     }
 
     /// The version of the class whose construction is shortened, by which the interpreter tells what it looked up in it
@@ -43,6 +48,13 @@ public:
     [[nodiscard]] unsigned& constructed_version() noexcept { return constructed_version_; }
 
 private:
+    /// Holds in one epoch.
+    struct Remembered {
+        std::uint64_t epoch;
+        PyObject* value;
+        std::array<PyObject*, 2> owners;  // the modules it was found in, innermost first
+    };
+
     /// Every change of a watched namespace, in whatever interpreter, begins a new epoch.
     static inline std::atomic<std::uint64_t> epoch_{1};
     static int begin_epoch(PyDict_WatchEvent event, PyObject* globals, PyObject* name, PyObject* value) noexcept;
@@ -50,13 +62,8 @@ private:
     /// The state, once the module's execution has begun.
     static ModuleState* of(PyObject* module) noexcept;
 
-    [[nodiscard]] bool is_current() const noexcept { return values_epoch_ == epoch_.load(std::memory_order_relaxed); }
-    [[nodiscard]] PyObject* remembered(const Name& place) const noexcept {
-        return is_current() ? values_[place.index()] : nullptr;
-    }
-    /// Finds the value in the namespace of a module, which the garbage collector may have cleared, and remembers it.
-    PyObject* look_up(PyObject* globals, const Name& name, const Name& place);
-    PyObject* value_in_owner(PyObject* module, const DottedName& name);
+    PyObject* look_up(PyObject* module, const DottedName& name);
+    void remember(const DottedName& name, PyObject* value);
     /// Whether changes of the namespace are noticed from now on.
     bool watch(PyObject* globals);
     void unwatch_all() noexcept;
@@ -68,8 +75,7 @@ private:
     std::size_t watched_count_ = 0;
     std::optional<Object> generator_type_;
     unsigned constructed_version_ = 0;
-    std::uint64_t values_epoch_ = 0;
-    PyObject* values_[name_capacity]{};
+    Remembered remembered_[value_capacity]{};
     Object names_[name_capacity];
 };
 
@@ -85,7 +91,7 @@ public:
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
     [[nodiscard]] ModuleState& state() const noexcept { return *state_; }
     /// What the module binds to the name, borrowed; null where it does not bind it.
-    [[nodiscard]] PyObject* find(const Name& name) const { return state_->value(module_, name); }
+    [[nodiscard]] PyObject* find(const DottedName& name) const { return state_->value(module_, name); }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }
 
@@ -116,6 +122,7 @@ private:
     [[nodiscard]] Object get(const DottedName& name) const;
     [[nodiscard]] Object look_up(const DottedName& name) const;
     [[nodiscard]] bool has(const DottedName& name) const;
+    PyObject* call_looked_up(const DottedName& name, detail::Stack stack) const;
     static PyObject* call(Module m, const DottedName& name, detail::Stack stack);
 
     PyObject* module_;

@@ -9,8 +9,6 @@ constinit thread_local Object* names_in_use = nullptr;
 
 namespace {
 
-constinit std::atomic<unsigned> last_index = 0;
-
 Object interned(std::string_view text) {
     PyObject* string = PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
     if (string != nullptr) PyUnicode_InternInPlace(&string);
@@ -29,17 +27,10 @@ Object interned_tuple(std::string_view texts) {
 
 }  // namespace
 
-unsigned Name::own_index() const {
-    unsigned index = index_;
-    if (index != 0) return index;
-    const unsigned next = ++last_index;
-    if (next >= name_capacity) raise(PyExc_SystemError, interned("more names than the module has room for"));
-    // Another interpreter may be faster.
-    return index_.compare_exchange_strong(index, next) ? next : index;
-}
+void refuse_place() { raise(PyExc_SystemError, interned("more names than the module has room for")); }
 
 const Object& Name::intern() const {
-    Object& place = names_in_use[own_index()];
+    Object& place = names_in_use[place_.own_index()];
     Object object = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
     if (place.ptr() == nullptr) place = std::move(object);
     return place;

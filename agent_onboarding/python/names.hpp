@@ -11,16 +11,39 @@ namespace py {
 /// The interned strings of the module whose function runs on this thread.
 extern constinit thread_local Object* names_in_use;
 
-/// As many as a module may use.
-inline constexpr unsigned name_capacity = 1024;
+/// Raises: the table is full.
+[[noreturn]] void refuse_place();
+
+/// A place in the table of this capacity that every module instance has, taken when it is first asked for and then kept.
+template <unsigned capacity>
+class Place {
+public:
+    /// 0, where nothing is ever put, before the place was taken in any interpreter.
+    [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
+    [[nodiscard]] unsigned own_index() const {
+        unsigned index = index_;
+        if (index != 0) return index;
+        const unsigned next = ++last_index_;
+        if (next >= capacity) refuse_place();
+        // Another interpreter may be faster.
+        return index_.compare_exchange_strong(index, next) ? next : index;
+    }
+
+private:
+    static constinit inline std::atomic<unsigned> last_index_ = 0;
+    mutable std::atomic<unsigned> index_ = 0;
+};
+
+/// As many names, and as many of them in its namespace or dotted, as a module may use.
+inline constexpr unsigned name_capacity = 768;
+inline constexpr unsigned value_capacity = 384;
 
 /// A literal, which has the same place among the names of every module instance.
 class Name {
 public:
     enum class Kind : unsigned char {
         string,
-        tuple,   // of strings, written with commas
-        dotted,  // is no object, but has a place where a module remembers its value
+        tuple,  // of strings, written with commas
     };
 
     consteval Name(Kind kind, std::string_view text)
@@ -31,18 +54,16 @@ public:
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
-    /// 0, where nothing is ever put, before the name was first used in any interpreter.
-    [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
-    /// The place that it takes when it is first used, and keeps.
-    [[nodiscard]] unsigned own_index() const;
-
     [[nodiscard]] const Object& get() const {
-        const Object& object = names_in_use[index()];
+        const Object& object = names_in_use[place_.index()];
         if (object.ptr() != nullptr) [[likely]]
             return object;
         return intern();
     }
-    [[nodiscard]] PyObject* ptr() const { return get().ptr(); }
+    [[nodiscard]] PyObject* ptr() const {
+        PyObject* object = names_in_use[place_.index()].ptr();
+        return object != nullptr ? object : intern().ptr();
+    }
 
     /// Whether it is one of the names that types reserve for themselves.
     [[nodiscard]] bool is_special() const noexcept { return is_special_; }
@@ -52,7 +73,7 @@ private:
     [[nodiscard]] const Object& intern() const;
 
     const char* text_;
-    mutable std::atomic<unsigned> index_ = 0;
+    Place<name_capacity> place_;
     unsigned short size_;
     Kind kind_;
     bool is_special_;
@@ -73,26 +94,27 @@ const Object& operator""_s() {
 }
 }  // namespace literals
 
-/// A name in the module, "join_path", or in what the module binds, "os.path.join".
+/// A name in the module, "join_path", or in what the module binds, "os.path.join", with the place where a module
+/// remembers its value.
 struct DottedName {
-    const Name* place;        // of the whole
-    const Name* attribute;    // its last part
+    const Name& attribute;    // its last part
     const DottedName* owner;  // the other parts; null for a name in the module
+    Place<value_capacity> place{};
 };
 
 template <Literal L>
-inline constinit const Name dotted_place{Name::Kind::dotted, L.view()};
+constexpr const DottedName* owner_name() noexcept;
 
 template <Literal L>
-inline constexpr DottedName dotted_name = [] {
-    if constexpr (segment_count<L> == 1) {
-        return DottedName{&string_name<L>, &string_name<L>, nullptr};
-    } else {
-        constexpr std::size_t dot = L.view().rfind('.');
-        return DottedName{&dotted_place<L>, &string_name<part<L, dot + 1, L.view().size()>>,
-                          &dotted_name<part<L, 0, dot>>};
-    }
-}();
+inline constinit const DottedName dotted_name{string_name<segment<L, segment_count<L> - 1>>, owner_name<L>()};
+
+template <Literal L>
+constexpr const DottedName* owner_name() noexcept {
+    if constexpr (segment_count<L> == 1)
+        return nullptr;
+    else
+        return &dotted_name<part<L, 0, L.view().rfind('.')>>;
+}
 
 /// The names of "os.path.join".
 using Path = std::span<const Name* const>;

@@ -47,8 +47,8 @@ public:
     [[nodiscard]] const Object& names() const noexcept { return names_; }
 
     void append(const Object& value) {
-        is_direct_ = is_direct_ && is_bound(m_, functions::safe_universe[0], string_name<"_safe_named_universe">) &&
-                     is_bound(m_, functions::named_universes[0], string_name<"_append_unique_named_universe">);
+        is_direct_ = is_direct_ && is_bound(m_, functions::safe_universe[0], dotted_name<"_safe_named_universe">) &&
+                     is_bound(m_, functions::named_universes[0], dotted_name<"_append_unique_named_universe">);
         if (!is_direct_) {
             m_.call<"_append_unique_named_universe">(names_, value);
             return;
@@ -62,7 +62,7 @@ public:
     }
 
     void append_allowed(const Object& raw) {
-        if (!is_bound(m_, functions::named_universes[1], string_name<"_append_allowed_named_universes">)) {
+        if (!is_bound(m_, functions::named_universes[1], dotted_name<"_append_allowed_named_universes">)) {
             is_direct_ = false;
             m_.call<"_append_allowed_named_universes">(names_, raw);
         } else if (raw.is_list()) {

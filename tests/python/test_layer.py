@@ -89,12 +89,15 @@ managers += [instance(__enter__=int), instance(__exit__=leave), module(__enter__
 
 # Where a name in a module leads to, while it is bound anew and the module becomes another kind of object.
 def follow(owner, read):
-    owner.late = held = module(name=1)
+    owner.late, inner = (held := module(name=1)), module(real=2, conjugate=int)
+    shadowing = type("Shadowing", (ModuleType,), {"name": property(lambda _: 3), "real": property(lambda _: 4)})
     for step in (
         lambda: None,
-        lambda: setattr(held, "name", 2),
-        lambda: setattr(held, "__class__", type("Shadowing", (ModuleType,), {"name": property(lambda _: 3)})),
+        lambda: setattr(held, "name", inner),
+        lambda: setattr(inner, "real", 5),
+        lambda: setattr(held, "__class__", shadowing),
         lambda: setattr(held, "__class__", ModuleType),
+        lambda: setattr(inner, "__class__", shadowing),
         lambda: delattr(held, "name"),
         lambda: setattr(held, "__getattr__", len),
         lambda: setattr(owner, "late", instance(name=4)),
