@@ -122,6 +122,7 @@ private:
     [[nodiscard]] Object get(const DottedName& name) const;
     [[nodiscard]] Object look_up(const DottedName& name) const;
     [[nodiscard]] bool has(const DottedName& name) const;
+    /// What `call` does not find remembered, kept out of its way.
     PyObject* call_looked_up(const DottedName& name, detail::Stack stack) const;
     static PyObject* call(Module m, const DottedName& name, detail::Stack stack);
 
