@@ -1,60 +1,95 @@
-# Each command sets up and builds what it needs, for each CPython it finds of 3.12 and 3.13.
+# Each command sets up and builds what it needs, with each CPython of PYTHONS: the first has to be there, the others are
+# used where they are found.
 
-bin = .venv/cp313/bin
-on_path = PYTHONPATH="$(CURDIR)/build/cp313/package:$(CURDIR)"
+export PYTHONS ?= 3.13 3.12
+# Temporary files of whatever runs here stay inside the checkout.
+export TMPDIR := $(CURDIR)/build/tmp
 MAKEFLAGS += --no-print-directory
+export ZIG_GLOBAL_CACHE_DIR ?= $(CURDIR)/build/zig
+$(shell mkdir -p build/tmp)
+
+empty =
+first = cp$(subst .,$(empty),$(firstword $(PYTHONS)))
+bin = .venv/$(first)/bin
+on_path = PYTHONPATH="$(CURDIR)/build/$(first)/package:$(CURDIR)"
 cpp_files = git ls-files -z --cached --others --exclude-standard '*.cpp' '*.hpp'
 
 help:  ## list the commands
 	@sed -n 's/^\([a-z-]*\):.*## /  make \1\t/p' $(MAKEFILE_LIST) | expand -t 22
 
 demo:  ## walk through the module's work against a local service
-	tools/build
+	@tools/build
 	@$(on_path) $(bin)/python demo/walk.py
 
-test:  ## run the tests
-	tools/test
+test:  ## run the tests, with PRESET=clang on a build by clang
+	@tools/test $(PRESET)
+
+plain:  ## run the tests on the plain-Python rendering
+	@tools/build
+	$(on_path) $(bin)/python -m pytest --plain --numprocesses=auto
 
 sanitize:  ## run the tests under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
-	tools/test sanitize
+	@tools/test sanitize
 
 stress:  ## let memory run out, look for leaks, use many interpreters and hostile input (long)
-	tools/build
-	tools/build sanitize
-	tools/each tools/stress
+	@tools/stress
 
-bench:  ## compare the speed with plain Python
-	tools/build
-	$(on_path) $(bin)/python benchmarks/benchmark.py
+bench:  ## compare the speed with plain Python and Cython, and draw it
+	@tools/build
+	$(bin)/python -m pip install -qq --disable-pip-version-check -r requirements/benchmarks.txt
+	export PATH="$(CURDIR)/$(bin):$$PATH" && \
+	    cmake -S benchmarks -B build/cython -DPython_EXECUTABLE="$(CURDIR)/$(bin)/python" --log-level=NOTICE && \
+	    cmake --build build/cython
+	$(on_path) $(bin)/python benchmarks/benchmark.py --cython build/cython/agent_onboarding.so \
+	    --save benchmarks/results/linux.json; \
+	status=$$?; $(bin)/python benchmarks/chart.py benchmarks/results/*.json benchmarks/speed.svg; exit $$status
 
 format:  ## format all sources
-	tools/setup
+	@tools/setup
 	$(cpp_files) | xargs -0 $(bin)/clang-format -i
 	$(bin)/ruff check --fix --exit-zero
 	$(bin)/ruff format
 
 format-check:  ## fail if a source is not formatted
-	tools/setup
+	@tools/setup
 	$(cpp_files) | xargs -0 $(bin)/clang-format --dry-run --Werror
 	$(bin)/ruff check
 	$(bin)/ruff format --check
 
 lint:  ## run clang-tidy
-	tools/build
-	$(bin)/run-clang-tidy.py -quiet -p build/cp313 -clang-tidy-binary $(bin)/clang-tidy
+	@tools/build
+	$(bin)/run-clang-tidy.py -quiet -p build/$(first) -clang-tidy-binary $(bin)/clang-tidy
 
-package:  ## build sdist and wheels of the last commit twice and check them
-	tools/setup
-	@tools/each sh -c '"$$1/bin/python" tools/check_package.py' check
+package:  ## build sdist and wheels of the last commit in dist/, twice, and check them
+	@tools/build
+	$(bin)/python tools/check_package.py $$(tools/setup)
 
-windows:  ## cross-build for 64-bit Windows and check the file
-	tools/windows_cross
+windows:  ## build for 64-bit Windows and check the file
+	@tools/setup
+	@$(bin)/python tools/windows.py build
 
-reference:  ## write docs/reference.md from the type stub and the docstrings
-	tools/build
+windows-test:  ## run the demonstration and the tests in CPython for Windows, under Wine
+	@tools/setup
+	@$(bin)/python tools/windows.py test
+
+windows-bench:  ## compare the speed with plain Python there
+	@tools/setup
+	@$(bin)/python tools/windows.py bench
+
+reference:  ## write docs/reference.md from the type stub
+	@tools/build
 	$(on_path) $(bin)/python tools/make_reference.py
 
-clean:  ## remove everything that was set up and built
-	rm -rf build .venv dist
+requirements:  ## pin the newest versions of the requirements, with their hashes
+	@tools/setup
+	@for file in requirements/*.in; do \
+	    $(bin)/uv pip compile --upgrade --universal --python-version 3.12 --generate-hashes --no-header --quiet \
+	        "$$file" --output-file "$${file%.in}.txt"; \
+	done
 
-.PHONY: help demo test sanitize stress bench format format-check lint package windows reference clean
+clean:  ## remove everything that was set up and built
+	rm -rf build .venv dist .hypothesis .*_cache
+	find . -name __pycache__ -prune -exec rm -rf {} +
+
+.PHONY: help demo test plain sanitize stress bench format format-check lint package windows windows-test windows-bench \
+    reference requirements clean

@@ -9,40 +9,30 @@ using namespace py;
 
 constexpr const char* documentation = "Agent onboarding subcomponent -- register, login, configure, heartbeat.";
 
-/// The interpreter's own dictionary remembers that the module was initialised; only success counts.
-class OncePerInterpreter {
-public:
-    OncePerInterpreter() : remembered_(interpreter_dict()) {
-        if (contains(remembered_, "sablecrest.agent_onboarding"_s))
-            raise(PyExc_RuntimeError,
-                  "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."_s);
-    }
-    void remember() const { remembered_.set_item<"sablecrest.agent_onboarding">(true); }
+/// The interpreter's own dictionary; it answers with null, and sets no exception, when it has no memory for it.
+Object interpreter_dict() {
+    PyObject* dict = PyInterpreterState_GetDict(PyInterpreterState_Get());
+    if (dict == nullptr) PyErr_NoMemory();
+    return Object::borrow(dict);
+}
 
-private:
-    /// The interpreter answers with null, and sets no exception, when it has no memory for the dictionary.
-    static Object interpreter_dict() {
-        PyObject* dict = PyInterpreterState_GetDict(PyInterpreterState_Get());
-        if (dict == nullptr) PyErr_NoMemory();
-        return Object::borrow(dict);
-    }
-
-    Object remembered_;
-};
+/// The interpreter remembers that the module was initialised; only success counts.
+void initialise_once(Module m) {
+    const Object remembered = interpreter_dict();
+    if (contains(remembered, "sablecrest.agent_onboarding"_s))
+        raise(PyExc_RuntimeError,
+              "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."_s);
+    define_module_body(m);
+    remembered.set_item<"sablecrest.agent_onboarding">(true);
+}
 
 int execute(PyObject* module) noexcept {
-    ModuleState::begin(module);
-    const Module m{module};
-    const UseNames names{m};
-    try {
-        const OncePerInterpreter once;
-        define_module_body(m);
-        once.remember();
-        return 0;
-    } catch (...) {
-        translate_exception();
-        return -1;
-    }
+    const PyObject* result = call_from_python([=] {
+        ModuleState::begin(module);
+        initialise_once(Module{module});
+        return module;
+    });
+    return result != nullptr ? 0 : -1;
 }
 
 PyModuleDef_Slot slots[] = {
@@ -51,20 +41,20 @@ PyModuleDef_Slot slots[] = {
     {0, nullptr},
 };
 
+PyModuleDef definition = {
+    .m_base = PyModuleDef_HEAD_INIT,
+    .m_name = "agent_onboarding",
+    .m_doc = documentation,
+    .m_size = sizeof(ModuleState),
+    .m_methods = nullptr,
+    .m_slots = slots,
+    .m_traverse = ModuleState::traverse,
+    .m_clear = ModuleState::clear,
+    .m_free = ModuleState::release,
+};
+
 }  // namespace
 
 }  // namespace agent_onboarding
 
-PyModuleDef py::module_definition = {
-    .m_base = PyModuleDef_HEAD_INIT,
-    .m_name = "agent_onboarding",
-    .m_doc = agent_onboarding::documentation,
-    .m_size = sizeof(py::ModuleState),
-    .m_methods = nullptr,
-    .m_slots = agent_onboarding::slots,
-    .m_traverse = py::ModuleState::traverse,
-    .m_clear = py::ModuleState::clear,
-    .m_free = py::ModuleState::release,
-};
-
-PyMODINIT_FUNC PyInit_agent_onboarding() { return PyModuleDef_Init(&py::module_definition); }
+PyMODINIT_FUNC PyInit_agent_onboarding() { return PyModuleDef_Init(&agent_onboarding::definition); }

@@ -1,49 +1,49 @@
-/// \file One line per part: what each binds into the module.
+/// \file One line per part: what each file gives to the module body.
 #pragma once
 
+#include "python/blocks.hpp"
 #include "python/function.hpp"
+#include "python/import.hpp"
 
 namespace agent_onboarding {
 
 using namespace py::literals;
 
 void define_module_body(py::Module m);
-void define_records(py::Module m);
-void define_option_store(py::Module m);
-void define_option_types(py::Module m);
-void define_workspace_texts(py::Module m);
-void define_backtester_names(py::Module m);
-void define_sync_manager(py::Module m);
 
-/// The function tables.
+/// The values that the module binds besides functions.
+py::Object make_backtest_module_names(py::Module m);
+py::Object make_backtest_parent_module_names(py::Module m);
+py::Object make_wallet_registration(py::Module m);
+py::Object make_auth_token(py::Module m);
+py::Object make_option_store(py::Module m);
+py::Object make_option_types(py::Module m);
+py::Object make_rotation_option_names(py::Module m);
+py::Object make_heartbeat_section(py::Module m);
+py::Object make_nudge_texts(py::Module m);
+py::Object make_agents_fragment(py::Module m);
+py::Object make_sync_manager_class(py::Module m);
+
+/// The function table of each file.
 namespace functions {
-extern PyMethodDef error_detail[];
-extern PyMethodDef module_copies[];
 extern PyMethodDef aliases[];
-extern PyMethodDef manifest[];
-extern PyMethodDef module_loading[];
-extern PyMethodDef freshness[];
 extern PyMethodDef backtester[];
-extern PyMethodDef option_types[];
-extern PyMethodDef heartbeat_search[];
-extern PyMethodDef key_prefix[];
-extern PyMethodDef invite_codes[];
-extern PyMethodDef safe_universe[];
-extern PyMethodDef signal_service_url[];
-extern PyMethodDef eras_payload[];
-extern PyMethodDef named_universes[];
-extern PyMethodDef active_universe[];
 extern PyMethodDef data_directory[];
-extern PyMethodDef file_settings[];
-extern PyMethodDef key_file[];
-extern PyMethodDef payloads[];
-extern PyMethodDef vocabulary[];
-extern PyMethodDef bootstrap[];
-extern PyMethodDef bring_up[];
-extern PyMethodDef registration[];
-extern PyMethodDef configuration[];
+extern PyMethodDef eras[];
+extern PyMethodDef error_detail[];
+extern PyMethodDef freshness_guard[];
+extern PyMethodDef hand_over[];
 extern PyMethodDef heartbeat[];
+extern PyMethodDef key_file[];
+extern PyMethodDef local_runtime[];
+extern PyMethodDef manifest[];
+extern PyMethodDef module_copies[];
+extern PyMethodDef module_loading[];
+extern PyMethodDef named_universes[];
 extern PyMethodDef nudges[];
+extern PyMethodDef options[];
+extern PyMethodDef registration[];
+extern PyMethodDef settings[];
 }  // namespace functions
 
 }  // namespace agent_onboarding

@@ -1,6 +1,5 @@
 # The compiler and linker options that every extension module of this project shares.
 include(CheckIPOSupported)
-include(CheckSourceRuns)
 
 add_library(compile_options INTERFACE)
 
@@ -13,12 +12,14 @@ else()
     -ffunction-sections -fdata-sections
     # The same bytes wherever the checkout lies.
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
-  target_link_options(compile_options INTERFACE
-    LINKER:--gc-sections LINKER:--exclude-libs,ALL $<$<CONFIG:Release>:-s>)
+  target_link_options(compile_options INTERFACE LINKER:--gc-sections $<$<CONFIG:Release>:-s>)
 endif()
 
-if(MINGW)
-  target_link_options(compile_options INTERFACE LINKER:--no-insert-timestamp)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # Most of the code is clean-up that runs only after failures: it need not be aligned.
+  set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+  target_compile_options(compile_options INTERFACE
+    -fno-align-functions -fno-align-jumps -fno-align-labels -fno-align-loops)
 endif()
 
 if(CMAKE_SYSTEM_NAME STREQUAL Linux AND NOT SABLECREST_SANITIZE)
@@ -27,25 +28,12 @@ if(CMAKE_SYSTEM_NAME STREQUAL Linux AND NOT SABLECREST_SANITIZE)
 endif()
 
 if(CMAKE_SYSTEM_NAME STREQUAL Linux)
-  # The one thread-local pointer is read for every name, and every name is a call into the interpreter.
-  target_compile_options(compile_options INTERFACE -ftls-model=initial-exec -fno-plt)
+  target_compile_options(compile_options INTERFACE -fno-plt)
   if(NOT SABLECREST_SANITIZE)
     # Loading the C++ runtime would double the time of the import; only its exceptions are needed.
     target_link_options(compile_options INTERFACE -static-libstdc++ -static-libgcc)
   endif()
-
-  # The tables of names and functions are full of addresses. Packed, they take a tenth of the file less, but a C library
-  # that does not know the form refuses to load it.
-  if(NOT CMAKE_CROSSCOMPILING)
-    block()
-      set(CMAKE_REQUIRED_FLAGS -fPIE)
-      set(CMAKE_REQUIRED_LINK_OPTIONS -pie LINKER:-z,pack-relative-relocs)
-      check_source_runs(CXX "int main() {}" PACKED_RELOCATIONS_RUN)
-    endblock()
-    if(PACKED_RELOCATIONS_RUN)
-      target_link_options(compile_options INTERFACE LINKER:-z,pack-relative-relocs)
-    endif()
-  endif()
+  target_link_options(compile_options INTERFACE LINKER:--version-script,${CMAKE_CURRENT_LIST_DIR}/exports.map)
 endif()
 
 if(SABLECREST_SANITIZE)

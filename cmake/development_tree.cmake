@@ -11,10 +11,7 @@ list(FILTER stand_ins EXCLUDE REGEX __pycache__)
 foreach(stand_in IN LISTS stand_ins)
   configure_file(package_interfaces/${stand_in} ${package_folder}/${stand_in} COPYONLY)
 endforeach()
-foreach(typing_file IN LISTS typing_files)
-  get_filename_component(name ${typing_file} NAME)
-  configure_file(${typing_file} ${package_folder}/sablecrest/${name} COPYONLY)
-endforeach()
+configure_file(agent_onboarding/agent_onboarding.pyi ${package_folder}/sablecrest/agent_onboarding.pyi COPYONLY)
 
 add_subdirectory(runtime_modules)
 

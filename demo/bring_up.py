@@ -13,8 +13,9 @@ from sablecrest.errors import RuntimeModuleHashMismatch
 from demo.steps import Step, local_service, run_chapter
 from runtime_modules.make_data_directory import BUILT_MODULES, make_data_directory
 
-DATA_DIR = os.path.expanduser("~/.sablecrest/data")
-PRICES = f"{DATA_DIR}/features/majors/signal_os/close.csv"
+DATA_DIR = str(Path("~/.sablecrest/data").expanduser())
+PRICES_NAME = "features/majors/signal_os/close.csv"
+PRICES = f"{DATA_DIR}/{PRICES_NAME}"
 #: Era modules are released for this version; elsewhere the era is one that ships none.
 MODULES = BUILT_MODULES if sys.version_info[:2] == (3, 12) else None
 
@@ -63,7 +64,7 @@ def changed_prices(step: Step, agent: SimpleNamespace) -> None:
     Path(PRICES).write_bytes(changed)
     step.did("changed one digit of a price")
     wanted, found = (hashlib.sha256(content).hexdigest() for content in (genuine, changed))
-    mismatch = f"Data file {os.path.relpath(PRICES, DATA_DIR)} hash mismatch: expected {wanted}, got {found}."
+    mismatch = f"Data file {PRICES_NAME} hash mismatch: expected {wanted}, got {found}."
     step.refused(RuntimeModuleHashMismatch(mismatch), simulate_signal, "momentum(close)")
 
 
@@ -114,7 +115,7 @@ def simulate_signal(expression: str) -> dict:
 
 
 def _missing_manifest() -> str:
-    missing = f"Runtime manifest is missing at {DATA_DIR}/manifest.json."
+    missing = f"Runtime manifest is missing at {Path(DATA_DIR, 'manifest.json')}."
     return f"DEBUG Failed to bootstrap local sablecrest runtime: {missing}"
 
 

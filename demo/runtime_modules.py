@@ -13,7 +13,7 @@ from sablecrest.errors import RuntimeModuleHashMismatch, RuntimeModuleReloadFail
 from demo.steps import Step, fingerprint, on_disk, run_chapter
 from runtime_modules.make_data_directory import BUILT_MODULES, make_data_directory, replace_file, write_manifest
 
-DATA_DIR = os.path.expanduser("~/.sablecrest/data")
+DATA_DIR = str(Path("~/.sablecrest/data").expanduser())
 MARK = os.path.expanduser("~/mark")
 
 

@@ -76,6 +76,11 @@ class Step(logging.Handler):
             raise WrongOutcome(f"{what}: expected {wanted!r}, found {found!r}")
         self.checked.append(what)
 
+    def expect_private(self, path: str) -> None:
+        """Check that the mode keeps others out; on Windows the access list of the folder does, if anything."""
+        if os.name == "posix":
+            self.expect("the owner alone may read the key", on_disk(path)["mode"], "-rw-------")
+
     def expect_unseen(self, *secrets: str) -> None:
         """Check that no secret is in anything that has been shown, here or in an earlier step."""
         shown = "\n".join([*transcript, *(text for _, text in self.lines)])

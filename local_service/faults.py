@@ -1,5 +1,6 @@
 """The bad answers that the service can be told to give, by name."""
 
+import os
 import socket
 import struct
 from collections.abc import Callable
@@ -19,7 +20,8 @@ def send(handler: BaseHTTPRequestHandler, status: int, body: bytes = b"", **head
 def _reset_in_body(handler: BaseHTTPRequestHandler, stopped: Event) -> None:
     handler.wfile.write(b'HTTP/1.0 200 OK\r\nContent-Length: 1000\r\n\r\n{"eras_by_market": ')
     # Without lingering, close() resets the connection instead of ending it.
-    handler.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    on_for_no_time = struct.pack("HH" if os.name == "nt" else "ii", 1, 0)
+    handler.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, on_for_no_time)
     handler.connection.close()
 
 

@@ -3,6 +3,7 @@
 import hashlib
 import json
 import secrets
+import socket
 import sys
 import threading
 import time
@@ -162,6 +163,8 @@ def _json_object(body: bytes) -> dict:
 
 class _Server(ThreadingHTTPServer):
     daemon_threads = True
+    # A crowd of agents connects faster than the server accepts; beyond the queue of 5 connections are lost.
+    request_queue_size = socket.SOMAXCONN
 
     def handle_error(self, request, client_address) -> None:
         """A client that leaves before it has the whole answer is no error of the service."""

@@ -1,7 +1,10 @@
-"""Long runs over the tests' own operations, in every circumstance that they can meet."""
+"""Long runs over the tests' own rows, in every circumstance that they can meet."""
 
 import sys
 from pathlib import Path
 
-TESTS = Path(__file__).parents[1] / "tests"
-sys.path[:0] = [str(TESTS), str(TESTS / "runtime")]
+sys.path.insert(0, str(Path(__file__).parents[1] / "tests"))
+
+#: Each is a module here, `python -m stress.NAME`: those with a short form that the tests run too, and the others.
+RUNS = ["failing", "memory", "leaks", "interpreters", "fuzz"]
+ONLY_FULL = ["memory --cold", "crowd", "fleet"]

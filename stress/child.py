@@ -1,11 +1,15 @@
 """Runs something in a process of its own, which may crash or hang."""
 
+import faulthandler
 import os
 import pickle
+import re
 import signal
 import sys
+import tempfile
 
 STUCK = 20  # seconds
+CRASH = tempfile.TemporaryFile("w+")  # noqa: SIM115 what the last process was doing when it crashed
 
 
 def answers_of_child(bodies):
@@ -14,6 +18,8 @@ def answers_of_child(bodies):
     reader, writer = os.pipe()
     if (child := os.fork()) == 0:
         sys.stdout = sys.stderr = None
+        CRASH.seek(CRASH.truncate(0))
+        faulthandler.enable(CRASH)
         try:
             with open(writer, "wb", buffering=0) as pipe:
                 for body in bodies:
@@ -35,3 +41,10 @@ def answers_of_child(bodies):
 
 def in_child(body, *arguments):
     return answers_of_child([lambda: body(*arguments)])[0]
+
+
+def crashed_in_library():
+    """Whether the last process was executing Python code of the standard library when it crashed."""
+    CRASH.seek(0)
+    innermost = re.search('File "(.*?)"', CRASH.read())
+    return innermost and innermost[1].startswith(("<frozen", os.path.dirname(os.__file__)))

@@ -1,151 +1,161 @@
-"""The operations that every stress run walks over: each function of the module, with each outcome that it can have."""
+"""What the stress runs walk over: every row of the tests' tables, and what has no row."""
 
 import ctypes
 import dataclasses
 import importlib
-import os
+import io
 import re
-import runpy
+import secrets
 import shutil
 import sys
-import tempfile
-from contextlib import contextmanager, suppress
-from functools import partial
-from itertools import count, product
-from types import ModuleType, SimpleNamespace
+import urllib.request
+from contextlib import suppress
+from itertools import zip_longest
+from pathlib import Path
+from types import SimpleNamespace
 
-import pytest
-from differential import SOURCE, Scenario, native, own_functions, restored
-from interpreter import scenario
+from support.surroundings import stay_inside
 
-from stress import TESTS
+stay_inside()
 
-for name in ("statistics", "sablecrest.simulator_engine.batch"):
-    importlib.import_module(name)  # is no part of any operation
+from sablecrest import agent_onboarding as native  # noqa: E402
+from support import cases  # noqa: E402
+from support.cases import Case, all_rows, given  # noqa: E402
+from support.recorder import FUNCTION, Recorder, here  # noqa: E402
+from support.subject import NAME, PLAIN, load_plain  # noqa: E402
 
-FILES = sorted(path for path in TESTS.glob("*/test_*.py") if "SCENARIOS = " in path.read_text("utf-8"))
-#: The tests' own tables: what they let fail call by call, and the further outcomes that they compare.
-TABLES = {path.stem.removeprefix("test_"): SimpleNamespace(**runpy.run_path(str(path))) for path in FILES}
-LOADING, BRING_UP, BOOTSTRAP = TABLES["module_loading"], TABLES["bring_up"], TABLES["bootstrap"]
-ERAS, MANIFEST = TABLES["eras"], TABLES["manifest"]
+#: The plain rendering, which explains and compares; without it the runs go on without that, and say so.
+plain = load_plain() if PLAIN.exists() else None
+if plain is None:
+    print("benchmarks/plain is missing: nothing is compared with it, and nothing explained by it.")
 
-
-def shortened(prepare):
-    """Without long steps that have operations of their own."""
-    steps = {"_load_per_era_backtester": lambda *_, **__: ModuleType("b"), "_ensure_legacy_src_namespace_alias": int}
-    return lambda module, patch: (prepare(module, patch), vars(module).update(steps))
-
-
-COMPILED = ["marking", "failing", "interrupted", "replacing", "replacing_and_failing"]
-LISTED = [(t, s) for t in TABLES if t != "bootstrap" for s in TABLES[t].SCENARIOS if "[[[" not in s.name]
-OUTCOMES = [Scenario(f"{table}: {s.name}", *s[1:]) for table, s in LISTED]
-LOADS = LOADING.CASES | {name: (LOADING.case(name), partial(LOADING.load, name=name)) for name in COMPILED}
-OUTCOMES += [scenario(f"load: {name}", shortened(prepare), call) for name, (prepare, call) in LOADS.items()]
-BOOTSTRAPS = BOOTSTRAP.CASES | {"whole": BOOTSTRAP.era()}
-OUTCOMES += [scenario(f"bootstrap: {n}", shortened(p), BOOTSTRAP.bootstrap) for n, p in BOOTSTRAPS.items()]
-for name, call, strict in product(BRING_UP.CASES, (BRING_UP.propagate, BRING_UP.ensure), (False, True)):
-    case = f"{call.__name__}: {name} {strict}"
-    OUTCOMES.append(scenario(case, BRING_UP.CASES[name], partial(call, strict=strict)))
-RESOLVED = [*((ERAS.OPTIONS[0], answer) for answer in ERAS.ANSWERS), *((o, ERAS.ANSWERS[0]) for o in ERAS.OPTIONS)]
-OUTCOMES += [Scenario(f"resolve: {case}", *ERAS.resolve(*case)[1:]) for case in RESOLVED]
-TEXTS = [text for text in MANIFEST.MANIFESTS if "[[[" not in str(text)]  # deep recursion is the interpreter's affair
-OUTCOMES += [Scenario(f"manifest: {text}", MANIFEST.holding(text), MANIFEST.read) for text in TEXTS]
-
-
+#: What must not be told.
+KEY, TOKEN, CODE = "ef" * 32, "TOKEN-of-the-session", "CODE-of-the-invitation"
+ENTRIES = {"files": {"a": {"kind": "runtime_module"}, "b": {}, "vault": {"kind": "runtime_module:m"}}}
+ERA = {"state": "active", "signal_pools": [{"allowed_named_universes": ["u"]}]}
+ANSWER = b'{"eras_by_market": {"7": [5, {"state": "active", "named_universe": "u", "universes": [{"id": "w"}, "x"]}]}}'
 api = ctypes.pythonapi
 api.PyInterpreterState_Get.restype = api.PyInterpreterState_GetDict.restype = ctypes.c_void_p
 api.PyInterpreterState_GetDict.argtypes = [ctypes.c_void_p]
 
 
-def import_afresh(module):
-    """As in an interpreter that has not imported it."""
-    name = native.__name__ if module is native else SOURCE.stem
+def as_first_import(module, patch):
+    """As in an interpreter that has not imported it, where nothing has to be compiled, which none survives."""
+    patch.setattr(dataclasses, "dataclass", lambda made: made)
     borrowed = ctypes.c_void_p(api.PyInterpreterState_GetDict(api.PyInterpreterState_Get()))
-    ctypes.cast(borrowed, ctypes.py_object).value.pop(name, None)
-    sys.path.append(str(SOURCE.parent))
-    sys.modules.pop(name, None)
-
-    def load():
-        with suppress(RuntimeError):  # It was initialised, then memory for the rest of the import ran out.
-            importlib.import_module(name)
-
-    return load
+    ctypes.cast(borrowed, ctypes.py_object).value.pop(NAME, None)
+    sys.modules.pop(NAME)
 
 
-def salt(function, *numbers):
-    def make(module):
-        module._ensure_legacy_src_namespace_alias()
-        return partial(getattr(sys.modules["src.obfuscation.layers.shared._core"], function), *numbers)
-
-    return make
+def import_again(module):
+    with suppress(RuntimeError):  # It was initialised, then memory for the rest of the import ran out.
+        importlib.import_module(NAME) if module is native else load_plain()
 
 
-def manager(module):
-    made = module._LocalRuntimeSyncManager({}, runtime_freshness_guard=1)
-    methods = [value for name in dir(made) if name[0] != "_" and callable(value := getattr(made, name))]
-    return lambda: [module._LocalRuntimeSyncManager([]), *(method() for method in methods[:3])]
+class Accepted:
+    """A client whose wallet the service has accepted, whatever happens then."""
+
+    _registration_acknowledged, __repr__ = True, lambda _: "CLIENT"
+    authenticate = __init__ = lambda *_, **__: None
+    get_token, get_token_expiry, get_wallet_address = (lambda _: TOKEN), (lambda _: 1.5), (lambda _: "0xaddress")
 
 
-#: Each makes what is to be called.
-OTHERS = {
-    "guard's loader": lambda m: partial(m.create_runtime_freshness_guard("data")._module_loader, "name", "0"),
-    "records": lambda m: lambda: (m.WalletRegistration("0xaddress"), repr(m.AuthToken("secret", 1.5))),
-    "identity salt": salt("era_number_identity_salt", 1, 2**63),
-    **{f"salt of {numbers}": salt("era_salt", *numbers) for numbers in ((1, 2), (0, 1), (1, "1"), (2**64, 1))},
-    **{f"entries of {o}": lambda m, o=o: lambda: [*m._runtime_module_manifest_entries(o)] for o in MANIFEST.OBJECTS},
-    "sync manager": manager,
-    "no argument": lambda m: m.login,
-    "argument given twice": lambda m: partial(m.login, "", private_key=""),
-    "too many arguments": lambda m: partial(m.register, *range(6)),
-    "unknown argument": lambda m: partial(m.register, colour=1),
-}
-OUTCOMES += [scenario(name, lambda *_: 0, lambda m, make=make: m(make(m.module))) for name, make in OTHERS.items()]
-# Interpreters do not survive that what dataclasses generate is compiled without memory.
-OUTCOMES += [
-    scenario(
-        "import",
-        lambda _, p: p.setattr(dataclasses, "dataclass", lambda made: made),
-        lambda m: m(import_afresh(m.module)),
-    )
+def online(module, patch):
+    """A service that accepts and answers, and a checklist."""
+    given({"HEARTBEAT.md": ""}, config={"data_dir": "data", "market_id": 7})(module, patch)
+    patch.setattr(secrets, "token_hex", lambda count: KEY)
+    patch.setattr(module.auth, "AuthManager", Accepted)
+    patch.setattr(urllib.request, "urlopen", lambda *_, **__: SimpleNamespace(read=io.BytesIO(ANSWER).read))
+
+
+def salt(m, *numbers):
+    m._ensure_legacy_src_namespace_alias()
+    return sys.modules["src.obfuscation.layers.shared._core"].era_salt(*numbers)
+
+
+def manage(m):
+    made = m._LocalRuntimeSyncManager({}, runtime_freshness_guard=1)
+    return made.get_manifest(), made.acquire(), made.release(), made.request_for_sync(), made._vocabulary
+
+
+def list_and_select(m):
+    entries = m._runtime_module_manifest_entries(ENTRIES)
+    return next(entries), [*entries], m._select_runtime_module_manifest_entry(ENTRIES, "era_data")
+
+
+# fmt: off
+OTHERS = [
+    Case("import", as_first_import, import_again),
+    Case("records", given(), lambda m: repr([m.WalletRegistration("0xaddress"), m.AuthToken(TOKEN, 1.5)])),
+    Case("register", online, lambda m: repr(m.register(CODE))),
+    Case("login", online, lambda m: repr(m.login(KEY))),
+    Case("named universe", online, lambda m: m._resolve_active_named_universe(Accepted())),
+    Case("era table", given(), lambda m: m._first_allowed_named_universe_from_era_config(ERA)),
+    *(Case(f"salt of {n}", given(), lambda m, n=n: salt(m, *n)) for n in ((1, 2**63), (0, 1), (1, "1"), (2**64, 1))),
+    Case("fragment", given(), lambda m: m.get_agents_md_fragment()),
+    Case("sync manager", given(), manage),
+    Case("entries", given(), list_and_select),
+    Case("no modules", given(), lambda m: m._load_runtime_modules_from_manifest("data", {"files": {}})),
+    Case("manifest's payload", given(), lambda m: m._read_manifest_payload_with_signals_index("data")),
+    Case("guard", given(), lambda m: m.create_runtime_freshness_guard("data")._module_loader("name", "0")),
+    Case("no argument", given(), lambda m: m.login()),
+    Case("argument given twice", given(), lambda m: m.login("", private_key="")),
+    Case("unknown argument", given(), lambda m: m.register(colour=1)),
 ]
-OPERATIONS = {outcome.name: outcome for outcome in OUTCOMES}
+# fmt: on
+#: Compiled code marks that it runs only once in a process.
+OPERATIONS = {name: row for name, row in all_rows() if "compiled" not in name} | {row.name: row for row in OTHERS}
 
 
-class Watched:
-    """A module of which each function is called as `around(function, *args, **kwargs)`, and what it is called with."""
-
-    def __init__(self, module, around=lambda function, *args, **kwargs: function(*args, **kwargs)):
-        self.module, self.around = module, around
-
-    def __getattr__(self, name):
-        value = getattr(self.module, name)
-        return partial(self.around, value) if callable(value) else value
-
-    def __call__(self, function):
-        return self.around(function)
-
-
-@contextmanager
-def staged(operation, module, directory):
-    """Everything in place for `operation.call`, and put back."""
+def emptied(directory):
     shutil.rmtree(directory, ignore_errors=True)
-    os.mkdir(directory)
-    with restored(module), pytest.MonkeyPatch.context() as patch:
-        patch.chdir(directory)
-        patch.setattr(tempfile, "_name_sequence", map(str, count()))
-        operation.prepare(module, patch)
-        yield
+    Path(directory).mkdir()
+    return directory
 
 
-def functions_reached(directory):
-    """The names of the module's functions that the operations call, each by itself or in another."""
-    reached = set()
-    for operation in OPERATIONS.values():
-        with staged(operation, native, directory), suppress(BaseException):
-            for name, function in own_functions(native).items():
-                setattr(native, name, lambda *args, f=function, **kw: (reached.add(f.__name__), f(*args, **kw))[1])
-            operation.call(native)
-    return reached
+def staged(row, module, directory):
+    return cases.staged(row, module, emptied(directory))
+
+
+def observe(row, module, directory, recorder=None):
+    return cases.observe(row, module, emptied(directory), recorder)
+
+
+def chain(error):
+    """The exception and what it came from: its cause and context, theirs, and so on."""
+    found = [error] if error else []
+    for link in found:
+        found += [e for e in (link.__cause__, link.__context__) if e and e not in found]
+    return found
+
+
+def told(seen):
+    """Everything that a call has told, but what it returned."""
+    errors = [(type(e).__name__, str(e), e.args, vars(e), e.__suppress_context__) for e in chain(seen.error)]
+    return errors, [(record.levelname, record.getMessage(), record.args) for record in seen.records]
+
+
+def differences(seen, row, directory, steps=()):
+    """From the plain rendering: the first call that differs, or else what came of it."""
+    if plain:
+        expected = observe(row, plain, directory, seen.calls and Recorder(dict(steps), deep=True))
+        pairs = [*zip_longest(seen.calls or (), expected.calls or ())]
+        for one, other in zip(*((s.returned, *s.changes.items(), told(s), len(s.left_open)) for s in (seen, expected))):
+            pairs.append([re.sub(r"\d{19}", "TIME", here(repr(cases.plain(value)))) for value in (one, other)])
+        yield from [f"{ours}, in plain Python {theirs}" for ours, theirs in pairs if ours != theirs][:1]
+
+
+def never_called(directory):
+    """The module's functions that no operation calls, itself or in another."""
+    own, called = {f: name for name, f in vars(native).items() if getattr(f, "__module__", 0) == NAME}, set()
+    own = {function: name for function, name in own.items() if isinstance(function, FUNCTION)}
+    for row in OPERATIONS.values():
+        with staged(row, native, directory), suppress(BaseException):
+            for function, name in own.items():
+                if vars(native).get(name) is function:
+                    setattr(native, name, lambda *args, f=function, **kw: (called.add(f), f(*args, **kw))[1])
+            row.call(native)
+    return {name for function, name in own.items() if function not in called}
 
 
 def arguments():

@@ -1,36 +1,42 @@
-"""What the tests share: a home directory of their own, the module as it was imported, and a place for scenarios."""
+"""What the tests share: where they run, the module that they are about, and how a row of a table is checked."""
 
-import os
-import tempfile
-from pathlib import Path
+from functools import partial
 
 import pytest
+from support.surroundings import stay_inside
 
-pytest.register_assert_rewrite("differential")
+stay_inside()
+
+
+def pytest_addoption(parser):
+    parser.addoption("--plain", action="store_true", help="test the plain rendering, benchmarks/plain, instead")
 
 
 def pytest_configure(config):
-    # Before the settings module looks where the default data directory is.
-    home = tempfile.TemporaryDirectory()
-    os.environ["HOME"] = home.name
-    config.add_cleanup(home.cleanup)
+    if config.option.plain:
+        from support.subject import use_plain
 
-
-def pytest_generate_tests(metafunc):
-    if "scenario" in metafunc.fixturenames:
-        metafunc.parametrize("scenario", metafunc.module.SCENARIOS, ids=lambda scenario: scenario.name)
-
-
-@pytest.fixture
-def directory():
-    # Made anew for each run of a scenario: in memory, where there is such a place.
-    with tempfile.TemporaryDirectory(dir="/dev/shm" if os.path.isdir("/dev/shm") else None) as parent:
-        yield Path(parent, "stage")
+        use_plain()
 
 
 @pytest.fixture
 def module():
-    from differential import native, restored
+    from sablecrest import agent_onboarding
+    from support.subject import restored
 
-    with restored(native):
-        yield native
+    with restored(agent_onboarding):
+        yield agent_onboarding
+
+
+@pytest.fixture
+def compiled(module, pytestconfig):
+    if pytestconfig.option.plain:
+        pytest.skip("plain Python words and refuses this in its own way")
+    return module
+
+
+@pytest.fixture
+def check(module, tmp_path):
+    from support import cases
+
+    return partial(cases.check, module=module, directory=tmp_path)

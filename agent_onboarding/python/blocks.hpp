@@ -1,59 +1,122 @@
-/// \file `try`, `finally` and `with` as functions: a clean-up may raise, and then has what it interrupts as context.
+/// \file `try`, `finally` and `with` as functions.
+///
+/// No Python code runs inside a C++ `catch` block: the C++ runtime keeps its caught exceptions for each thread, in order,
+/// but calls of one thread may end in any order where something switches their stacks. And what a clean-up raises needs
+/// the exception that it interrupts as its context, which a destructor could not give it.
 #pragma once
+
+#include <variant>
 
 #include "python/error.hpp"
 
 namespace py {
 
-/// `try: return body()`, `except type: pass`
+/// The state of an `except` block: until its end the exception is the one being handled. New exceptions get it as their
+/// context, `sys.exception()` returns it, and no trace of it stays behind.
+class Handling {
+public:
+    explicit Handling(Object exception) noexcept;
+    ~Handling();
+    Handling(const Handling&) = delete;
+    Handling& operator=(const Handling&) = delete;
+
+    [[nodiscard]] const Object& value() const noexcept { return exception_; }
+
+    /// Whether `except type:` would take it.
+    [[nodiscard]] bool caught(PyObject* type) const noexcept;
+    [[nodiscard]] bool caught(const Object& type) const;
+
+    /// `raise` without an exception
+    [[noreturn]] void reraise() const { throw Error{exception_}; }
+
+private:
+    Object exception_;
+    PyThreadState* thread_;
+    _PyErr_StackItem entry_;
+};
+
+namespace detail {
+
+/// What a body returns: for `return none;`, `return invoke{…};` and the like, an `Object`.
+template <typename Body, typename Result = std::invoke_result_t<Body>>
+using ResultOf = std::conditional_t<std::convertible_to<Result, Object>, Object, Result>;
+
+/// The result of the body, or the exception that it raised, once the C++ `catch` block is left.
 template <typename Body>
-std::optional<Object> suppress(PyObject* type, Body body) {
+std::variant<ResultOf<Body>, Error> attempt(Body body) {
     try {
         return body();
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(type)) throw;
-        return std::nullopt;
+    } catch (Error& error) {
+        return std::move(error);
     }
 }
 
+}  // namespace detail
+
+/// `try: return body()`, `except BaseException: return handler(except)`. The handler looks at the exception, and
+/// re-raises what it does not handle.
+template <typename Body, typename Handler>
+detail::ResultOf<Body> try_except(Body body, Handler handler) {
+    auto outcome = detail::attempt(body);
+    if (auto* result = std::get_if<0>(&outcome)) return std::move(*result);
+    const Handling except{std::get_if<1>(&outcome)->value()};
+    return handler(except);
+}
+
+/// `try: return body()`, `except (type, …): return handler(except)`, for classes of the interpreter.
+template <typename Body, typename Handler>
+detail::ResultOf<Body> try_except(Body body, std::initializer_list<PyObject*> types, Handler handler) {
+    return try_except(body, [&](const Handling& except) -> detail::ResultOf<Body> {
+        if (std::ranges::none_of(types, [&](PyObject* type) { return except.caught(type); })) except.reraise();
+        return handler(except);
+    });
+}
+
+/// `try: return body()`, `except type: pass`
+template <typename Body>
+std::optional<Object> suppress(PyObject* type, Body body) {
+    return try_except([&] { return std::optional<Object>{body()}; }, {type},
+                      [](const Handling&) { return std::optional<Object>{}; });
+}
+
+/// `try: return body()`, `finally: cleanup()`
 template <typename Body, typename Cleanup>
-auto try_finally(Body body, Cleanup cleanup) {
-    auto result = [&] {
-        try {
-            return body();
-        } catch (const Error& error) {
-            const Handling except{error};
-            cleanup();
-            throw;
-        }
-    }();
+detail::ResultOf<Body> try_finally(Body body, Cleanup cleanup) {
+    auto result = try_except(body, [&](const Handling& except) -> detail::ResultOf<Body> {
+        cleanup();
+        except.reraise();
+    });
     cleanup();
     return result;
 }
 
-/// Looks a special method up on the type alone, as the interpreter does for its statements, and binds it. `refusal`
-/// is the format of the TypeError for a type without it.
-Object special_method(const Object& object, const Object& name, const char* refusal);
+/// What `with` does before and behind its body.
+class ContextManager {
+public:
+    explicit ContextManager(const Object& manager);
+
+    [[nodiscard]] Object enter() const { return invoke{enter_}; }
+    void exit() const { invoke{exit_, none, none, none}; }
+    /// Whether the manager swallows the exception.
+    [[nodiscard]] bool exit(const Object& exception) const;
+
+private:
+    Object enter_, exit_;
+};
 
 /// `with manager as value: return body(value)`; None where the manager swallows the exception of the body.
 template <typename Body>
 Object with(const Object& manager, const Body& body) {
-    const Object enter =
-        special_method(manager, "__enter__"_s, "'%.200s' object does not support the context manager protocol");
-    const Object exit =
-        special_method(manager, "__exit__"_s,
-                       "'%.200s' object does not support the context manager protocol (missed __exit__ method)");
-    const Object value = enter();
-    Object result = none();
-    try {
-        result = body(value);
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (truth(exit(type_of(error.value()), error.value(), error.traceback()))) return none();
-        throw;
-    }
-    exit(none(), none(), none());
+    const ContextManager context{manager};
+    const Object value = context.enter();
+    bool is_swallowed = false;
+    Object result = try_except([&] { return body(value); },
+                               [&](const Handling& except) -> Object {
+                                   is_swallowed = context.exit(except.value());
+                                   if (!is_swallowed) except.reraise();
+                                   return none;
+                               });
+    if (!is_swallowed) context.exit();
     return result;
 }
 

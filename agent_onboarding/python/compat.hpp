@@ -31,33 +31,16 @@ inline int find_attribute(PyObject* object, PyObject* name, PyObject** value) no
 #endif
 }
 
-/// Negative with an exception set.
-inline int discard_item(PyObject* dict, PyObject* key) noexcept {
-#if PY_VERSION_HEX >= 0x030D0000
-    return PyDict_Pop(dict, key, nullptr);
+/// Which of its two methods the `with` statement asks for first, and so misses where there is neither.
+inline constexpr bool with_asks_for_exit_first = PY_VERSION_HEX >= 0x030E0000;
+
+/// A new reference to the name by which the `with` statement calls an object's type, or null with an exception set.
+inline PyObject* type_name_in_errors(PyObject* object) noexcept {
+#if PY_VERSION_HEX >= 0x030E0000
+    return PyType_GetFullyQualifiedName(Py_TYPE(object));
 #else
-    const int found = PyDict_Contains(dict, key);
-    return found > 0 ? PyDict_DelItem(dict, key) : found;
+    return PyUnicode_FromString(Py_TYPE(object)->tp_name);
 #endif
-}
-
-/// Stands where a class in C has its methods, to tell that `set_module` has given it its module: subclasses do not
-/// inherit the field, and nobody reads it once a class is made.
-inline PyMethodDef own_class_mark[1]{};
-
-/// Makes the module the one that methods of the class find. `PyType_FromModuleAndSpec` would do so itself, but only
-/// `type()` makes classes that are like any other in every respect, and it leaves this field empty.
-inline void set_module(PyObject* cls, PyObject* module) noexcept {
-    auto* heap_type = reinterpret_cast<PyHeapTypeObject*>(cls);
-    Py_XSETREF(heap_type->ht_module, Py_NewRef(module));
-    heap_type->ht_type.tp_methods = own_class_mark;
-}
-
-/// The module of the class, or of its first base that has one by this definition, borrowed; null with an exception set.
-inline PyObject* module_of(PyTypeObject* type, PyModuleDef* definition) noexcept {
-    if (type->tp_methods == own_class_mark) [[likely]]
-        return reinterpret_cast<PyHeapTypeObject*>(type)->ht_module;
-    return PyType_GetModuleByDef(type, definition);
 }
 
 }  // namespace py::compat

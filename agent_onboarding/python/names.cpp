@@ -1,11 +1,67 @@
-/// \file Interning.
+/// \file Interning, and which table of names is whose.
 #include "python/names.hpp"
 
-#include "python/error.hpp"
+#include <memory>
 
 namespace py {
 
-constinit thread_local Object* names_in_use = nullptr;
+namespace {
+
+constinit NameTable* tables = nullptr;  // all of them; they are not Python objects
+constinit std::atomic_flag tables_are_locked;
+
+/// Interpreters with locks of their own may look for their tables at the same time. Nothing is called meanwhile.
+class TablesLock {
+public:
+    TablesLock() noexcept {
+        while (tables_are_locked.test_and_set(std::memory_order_acquire)) {
+        }
+    }
+    ~TablesLock() { tables_are_locked.clear(std::memory_order_release); }
+    TablesLock(const TablesLock&) = delete;
+    TablesLock& operator=(const TablesLock&) = delete;
+};
+
+std::int64_t running_interpreter() noexcept { return PyInterpreterState_GetID(PyInterpreterState_Get()); }
+
+}  // namespace
+
+NameTable* NameTable::find(std::int64_t interpreter) noexcept {
+    NameTable* table = tables;
+    while (table != nullptr && table->interpreter_ != interpreter) table = table->next_;
+    return table;
+}
+
+NameTable& NameTable::find_running() noexcept {
+    const std::int64_t interpreter = running_interpreter();
+    const TablesLock lock;
+    return *find(interpreter);
+}
+
+NameTable* NameTable::acquire() {
+    auto made = std::make_unique<NameTable>(running_interpreter());
+    const TablesLock lock;
+    NameTable* table = find(made->interpreter_);
+    if (table == nullptr) {
+        only_.store(tables == nullptr ? made.get() : nullptr, std::memory_order_release);
+        made->next_ = tables;
+        table = tables = made.release();
+    }
+    ++table->users_;
+    return table;
+}
+
+void NameTable::release() noexcept {
+    if (--users_ > 0) return;
+    {
+        const TablesLock lock;
+        NameTable** link = &tables;
+        while (*link != this) link = &(*link)->next_;
+        *link = next_;
+        only_.store(tables != nullptr && tables->next_ == nullptr ? tables : nullptr, std::memory_order_release);
+    }
+    delete this;
+}
 
 namespace {
 
@@ -25,15 +81,26 @@ Object interned_tuple(std::string_view texts) {
     return tuple;
 }
 
+constinit std::atomic<unsigned> last_slot = 0;
+
 }  // namespace
 
-void refuse_place() { raise(PyExc_SystemError, interned("more names than the module has room for")); }
+unsigned Name::assign_slot() const {
+    unsigned slot = slot_;
+    if (slot != 0) return slot;
+    const unsigned next = ++last_slot;
+    if (next >= name_capacity) {
+        PyErr_SetString(PyExc_SystemError, "more names than the table has slots");
+        throw_pending();
+    }
+    // Another interpreter may be faster.
+    return slot_.compare_exchange_strong(slot, next) ? next : slot;
+}
 
-const Object& Name::intern() const {
-    Object& place = names_in_use[place_.own_index()];
-    Object object = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
-    if (place.ptr() == nullptr) place = std::move(object);
-    return place;
+const Object& Name::intern(NameTable& names) const {
+    Object& slot = names[assign_slot()];
+    if (slot.ptr() == nullptr) slot = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
+    return slot;
 }
 
 }  // namespace py

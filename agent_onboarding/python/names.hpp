@@ -1,44 +1,49 @@
-/// \file Names written where they are used: every literal is interned once per module, when it is first used.
+/// \file Names written where they are used: every literal is interned once per interpreter, when it is first used.
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <span>
 
 #include "python/object.hpp"
 
 namespace py {
 
-/// The interned strings of the module whose function runs on this thread.
-extern constinit thread_local Object* names_in_use;
+/// How many different literals the sources may use. One more raises SystemError.
+inline constexpr unsigned name_capacity = 768;
 
-/// Raises: the table is full.
-[[noreturn]] void refuse_place();
-
-/// A place in the table of this capacity that every module instance has, taken when it is first asked for and then kept.
-template <unsigned capacity>
-class Place {
+/// The interned strings of one interpreter, by slot. The modules that it has imported keep it alive, which is one, or
+/// several where imports failed and somebody still refers to the modules that they left.
+class NameTable {
 public:
-    /// 0, where nothing is ever put, before the place was taken in any interpreter.
-    [[nodiscard]] unsigned index() const noexcept { return index_.load(std::memory_order_relaxed); }
-    [[nodiscard]] unsigned own_index() const {
-        unsigned index = index_;
-        if (index != 0) return index;
-        const unsigned next = ++last_index_;
-        if (next >= capacity) refuse_place();
-        // Another interpreter may be faster.
-        return index_.compare_exchange_strong(index, next) ? next : index;
+    explicit NameTable(std::int64_t interpreter) noexcept : interpreter_(interpreter) {}
+
+    /// That of the interpreter that runs, for one of its modules, as long as the module lives.
+    static NameTable* acquire();
+    void release() noexcept;
+
+    /// That of the interpreter that runs, which one of its modules has acquired.
+    static NameTable& running() noexcept {
+        NameTable* only = only_.load(std::memory_order_acquire);
+        return only != nullptr ? *only : find_running();
     }
 
+    [[nodiscard]] Object& operator[](unsigned slot) noexcept { return slots_[slot]; }
+
 private:
-    static constinit inline std::atomic<unsigned> last_index_ = 0;
-    mutable std::atomic<unsigned> index_ = 0;
+    /// The table of the one interpreter that has imported the module; null while there are several, or none.
+    static constinit inline std::atomic<NameTable*> only_ = nullptr;
+    static NameTable* find(std::int64_t interpreter) noexcept;
+    static NameTable& find_running() noexcept;
+
+    std::int64_t interpreter_;  // its id: an address may come again
+    unsigned users_ = 0;
+    NameTable* next_ = nullptr;
+    Object slots_[name_capacity];
 };
 
-/// As many names, and as many of them in its namespace or dotted, as a module may use.
-inline constexpr unsigned name_capacity = 768;
-inline constexpr unsigned value_capacity = 384;
-
-/// A literal, which has the same place among the names of every module instance.
+/// A literal, which has the same slot in every table. Its text lies right behind it: a pointer to it would have to be
+/// relocated when the module is loaded, as many times as there are names.
 class Name {
 public:
     enum class Kind : unsigned char {
@@ -46,45 +51,51 @@ public:
         tuple,  // of strings, written with commas
     };
 
-    consteval Name(Kind kind, std::string_view text)
-        : text_(text.data()),
-          size_(static_cast<unsigned short>(text.size())),
-          kind_(kind),
-          is_special_(text.starts_with("__")) {}
+    consteval Name(Kind kind, std::size_t size) : size_(static_cast<unsigned short>(size)), kind_(kind) {}
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
-    [[nodiscard]] const Object& get() const {
-        const Object& object = names_in_use[place_.index()];
-        if (object.ptr() != nullptr) [[likely]]
-            return object;
-        return intern();
-    }
-    [[nodiscard]] PyObject* ptr() const {
-        PyObject* object = names_in_use[place_.index()].ptr();
-        return object != nullptr ? object : intern().ptr();
+    [[nodiscard]] const Object& get() const { return get(NameTable::running()); }
+    [[nodiscard]] const Object& get(NameTable& names) const {
+        // Slot 0 stays empty: it is that of a literal that was used in no interpreter yet.
+        const Object& object = names[slot_.load(std::memory_order_relaxed)];
+        return object.ptr() != nullptr ? object : intern(names);
     }
 
-    /// Whether it is one of the names that types reserve for themselves.
-    [[nodiscard]] bool is_special() const noexcept { return is_special_; }
+    /// Whether types reserve the name for themselves.
+    [[nodiscard]] bool is_special() const noexcept { return text().starts_with("__"); }
 
 private:
-    [[nodiscard]] std::string_view text() const noexcept { return {text_, size_}; }
-    [[nodiscard]] const Object& intern() const;
+    [[nodiscard]] std::string_view text() const noexcept { return {reinterpret_cast<const char*>(this + 1), size_}; }
+    [[nodiscard]] unsigned assign_slot() const;
+    [[nodiscard]] const Object& intern(NameTable& names) const;
 
-    const char* text_;
-    Place<name_capacity> place_;
+    mutable std::atomic<unsigned> slot_ = 0;
     unsigned short size_;
     Kind kind_;
-    bool is_special_;
 };
 
+namespace detail {
+
+template <Literal L, Name::Kind Of>
+struct NameWithText {
+    consteval NameWithText() : name{Of, L.view().size()}, text{L} {}
+
+    Name name;
+    decltype(L) text;
+};
+
+template <Literal L, Name::Kind Of>
+inline constinit const NameWithText<L, Of> name_with_text;  // NOLINT(modernize-avoid-c-style-cast): there is none
+
+}  // namespace detail
+
 template <Literal L>
-inline constinit const Name string_name{Name::Kind::string, L.view()};
+inline constexpr const Name& string_name = detail::name_with_text<L, Name::Kind::string>.name;
 
 /// Keyword names as calls want them: "exist_ok" or "invite_code,register_wallet".
 template <Literal L>
-inline constinit const Name tuple_name{Name::Kind::tuple, L.view()};
+inline constexpr const Name& tuple_name = detail::name_with_text<L, Name::Kind::tuple>.name;
 
 inline namespace literals {
 /// The interned string of the literal.
@@ -93,28 +104,6 @@ const Object& operator""_s() {
     return string_name<L>.get();
 }
 }  // namespace literals
-
-/// A name in the module, "join_path", or in what the module binds, "os.path.join", with the place where a module
-/// remembers its value.
-struct DottedName {
-    const Name& attribute;    // its last part
-    const DottedName* owner;  // the other parts; null for a name in the module
-    Place<value_capacity> place{};
-};
-
-template <Literal L>
-constexpr const DottedName* owner_name() noexcept;
-
-template <Literal L>
-inline constinit const DottedName dotted_name{string_name<segment<L, segment_count<L> - 1>>, owner_name<L>()};
-
-template <Literal L>
-constexpr const DottedName* owner_name() noexcept {
-    if constexpr (segment_count<L> == 1)
-        return nullptr;
-    else
-        return &dotted_name<part<L, 0, L.view().rfind('.')>>;
-}
 
 /// The names of "os.path.join".
 using Path = std::span<const Name* const>;
@@ -134,9 +123,9 @@ consteval Path make_path(std::index_sequence<I...>) {
 template <Literal L>
 inline constexpr Path path = detail::make_path<L>(std::make_index_sequence<segment_count<L>>{});
 
-/// Interns the names in "os.close" before there is something to close: by then memory may have run out.
+/// Interns the names in "os.close" before they are needed where a lack of memory could not be reported.
 template <Literal... Paths>
-void intern() {
+void preload_names() {
     for (const Path names : {path<Paths>...})
         for (const Name* name : names) static_cast<void>(name->get());
 }

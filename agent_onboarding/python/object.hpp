@@ -4,8 +4,9 @@
 /// - An `Object` always refers to an object. Null from the interpreter becomes a C++ exception that owns the Python
 ///   one, in `steal` and `borrow`, the only two ways in.
 /// - None, falsy and missing are three things: `x.is_none()`, `truth(x)`, and `std::optional<Object>`.
-/// - C++ does not order the arguments of a call as Python does: at most one of them may have an effect. `f(x)` on an
-///   object, `m.get<"os.path.join">()(x)`, looks the callee up before its arguments are evaluated.
+/// - What Python evaluates in order is written in braces, which C++ evaluates in order: `invoke{callee, arguments…}`,
+///   `fstring<"…">{…}`, `tuple{…}`. Parentheses take only arguments that are there already, so that their order cannot
+///   be told; a call among them does not compile.
 #pragma once
 
 #include <Python.h>
@@ -28,10 +29,23 @@ Status check(Status status) {
     return status;
 }
 
+/// `None`
+struct None {};
+inline constexpr None none;
+
+/// Whether an argument is there already, so that evaluating it has no effect: anything that has a name, and numbers.
+template <typename Argument>
+inline constexpr bool is_value =
+    std::is_lvalue_reference_v<Argument> || std::is_arithmetic_v<Argument> || std::same_as<Argument, None>;
+template <typename Argument>
+concept Value = is_value<Argument>;
+
 class Object {
 public:
-    /// A place that nothing was put into yet; only for storage.
+    /// An empty handle, for storage that is filled later.
     Object() noexcept : pointer_(nullptr) {}
+    // NOLINTNEXTLINE(google-explicit-constructor): `return none;`
+    Object(None) noexcept : pointer_(Py_NewRef(Py_None)) {}
     /// Takes over a new reference.
     static Object steal(PyObject* pointer) {
         if (pointer == nullptr) throw_pending();
@@ -44,7 +58,7 @@ public:
     }
 
     Object(const Object& other) noexcept : pointer_(Py_XNewRef(other.pointer_)) {}
-    Object(Object&& other) noexcept : pointer_(std::exchange(other.pointer_, nullptr)) {}
+    Object(Object&& other) noexcept : pointer_(other.release()) {}
     Object& operator=(Object other) noexcept {
         std::swap(pointer_, other.pointer_);
         return *this;
@@ -62,31 +76,30 @@ public:
     [[nodiscard]] bool is_list() const noexcept { return PyList_Check(pointer_) != 0; }
     [[nodiscard]] bool is_tuple() const noexcept { return PyTuple_Check(pointer_) != 0; }
     [[nodiscard]] bool is_int() const noexcept { return PyLong_Check(pointer_) != 0; }
-    /// A `str` and not a subclass of it, whose methods and comparisons cannot be overridden.
-    [[nodiscard]] bool is_plain_str() const noexcept { return PyUnicode_CheckExact(pointer_) != 0; }
+    /// Exact types, no subclasses: nobody can override their methods, so the interpreter may be asked directly.
+    [[nodiscard]] bool is_exact_str() const noexcept { return PyUnicode_CheckExact(pointer_) != 0; }
+    [[nodiscard]] bool is_exact_dict() const noexcept { return PyDict_CheckExact(pointer_) != 0; }
+    [[nodiscard]] bool is_exact_list() const noexcept { return PyList_CheckExact(pointer_) != 0; }
 
-    /// `x.a.b`
+    /// `x.a`, `x.a.b`
     template <Literal L>
-    [[nodiscard]] Object get() const;
+    [[nodiscard]] Object attr() const;
     /// The attribute, where there is one.
+    [[nodiscard]] std::optional<Object> find_attr(const Object& name) const;
     template <Literal L>
-    [[nodiscard]] std::optional<Object> find() const;
-    /// `x.a = value`, `setattr(x, name, value)`
-    template <Literal L, typename Value>
-    void set(const Value& value) const;
-    void set(const Object& name, const Object& value) const {
+    [[nodiscard]] std::optional<Object> find_attr() const;
+    /// `x.a = value`, `setattr(x, name, value)`, `del x.a`
+    template <Literal L, typename Item>
+    void set_attr(const Item& value) const;
+    void set_attr(const Object& name, const Object& value) const {
         check(PyObject_SetAttr(pointer_, name.pointer_, value.pointer_));
     }
-
-    /// `del x.a`
     template <Literal L>
-    void remove() const;
+    void del_attr() const;
 
-    /// `x(…)` and `x.method(…)`, with `kw<"name">(value)` behind the positional arguments.
-    template <typename... Arguments>
-    Object operator()(const Arguments&... arguments) const;
-    template <Literal L, typename... Arguments>
-    Object call(const Arguments&... arguments) const;
+    /// `x.method(…)`, with `kw<"name">(value)` behind the positional arguments.
+    template <Literal L, Value... Arguments>
+    Object call(Arguments&&... arguments) const;
 
     /// `x["key"]`, `x[key]`
     template <Literal L>
@@ -94,54 +107,34 @@ public:
     [[nodiscard]] Object item(const Object& key) const {
         return Object::steal(PyObject_GetItem(pointer_, key.pointer_));
     }
-    template <Literal L, typename Value>
-    void set_item(const Value& value) const;
+    /// `x["key"] = value`, `x[key] = value`, `del x[key]`
+    template <Literal L, typename Item>
+    void set_item(const Item& value) const;
     void set_item(const Object& key, const Object& value) const {
         check(PyObject_SetItem(pointer_, key.pointer_, value.pointer_));
     }
-    /// `del x[key]`
-    void remove_item(const Object& key) const { check(PyObject_DelItem(pointer_, key.pointer_)); }
+    void del_item(const Object& key) const { check(PyObject_DelItem(pointer_, key.pointer_)); }
+
     /// `x.get(key)`, `x.get("key")`, `x.get("key", default)`
-    [[nodiscard]] Object lookup(const Object& key) const;
+    [[nodiscard]] Object get(const Object& key) const;
     template <Literal L>
-    [[nodiscard]] Object lookup() const;
-    template <Literal L, typename Default>
-    [[nodiscard]] Object lookup(const Default& otherwise) const;
-    /// The same with a default that is made where it is asked for.
+    [[nodiscard]] Object get() const;
     template <Literal L>
-    [[nodiscard]] Object lookup(Object make_default()) const;
+    [[nodiscard]] Object get(const Object& otherwise) const;
 
 private:
-    friend class Borrowed;
     explicit Object(PyObject* pointer) noexcept : pointer_(pointer) {}
 
     PyObject* pointer_;
 };
 
-/// An object that somebody else keeps alive while it is used, as a caller does with its arguments. Taking a reference
-/// and dropping it again within a few instructions would stall the processor for longer than a short function runs.
-class Borrowed {
-public:
-    explicit Borrowed(PyObject* pointer) noexcept : object_(pointer) {}
-    ~Borrowed() { static_cast<void>(object_.release()); }
-    Borrowed(const Borrowed&) = delete;
-    Borrowed& operator=(const Borrowed&) = delete;
-
-    // NOLINTNEXTLINE(google-explicit-constructor): it stands in for the object
-    operator const Object&() const noexcept { return object_; }
-
-private:
-    Object object_;
-};
-
-inline Object none() { return Object::borrow(Py_None); }
-
-/// What a call may be given as it is.
+/// Conversion of arguments: an `Object` stays as it is; a pointer to a built-in, a bool and a signed integer become one.
 inline const Object& to_object(const Object& object) noexcept { return object; }
+inline Object to_object(None) noexcept { return none; }
 inline Object to_object(PyObject* builtin) { return Object::borrow(builtin); }
 inline Object to_object(std::same_as<bool> auto value) { return Object::borrow(value ? Py_True : Py_False); }
-template <std::signed_integral Value>
-Object to_object(Value value) {
+template <std::signed_integral Number>
+Object to_object(Number value) {
     return Object::steal(PyLong_FromLongLong(value));
 }
 
@@ -157,19 +150,15 @@ inline bool contains(const Object& container, const Object& value) {
 inline bool compare(const Object& left, int operation, const Object& right) {
     return truth(Object::steal(PyObject_RichCompare(left.ptr(), right.ptr(), operation)));
 }
-
-inline bool are_strings(const Object& left, const Object& right) noexcept {
-    return left.is_plain_str() && right.is_plain_str();
-}
-inline bool same_text(const Object& left, const Object& right) noexcept {
-    return left.is(right) || (PyUnicode_GET_LENGTH(left.ptr()) == PyUnicode_GET_LENGTH(right.ptr()) &&
-                              PyUnicode_Compare(left.ptr(), right.ptr()) == 0);
-}
 inline bool operator==(const Object& left, const Object& right) {
-    return are_strings(left, right) ? same_text(left, right) : compare(left, Py_EQ, right);
+    if (left.is_exact_str() && right.is_exact_str())
+        return left.is(right) || (PyUnicode_GET_LENGTH(left.ptr()) == PyUnicode_GET_LENGTH(right.ptr()) &&
+                                  PyUnicode_Compare(left.ptr(), right.ptr()) == 0);
+    return compare(left, Py_EQ, right);
 }
 inline bool operator!=(const Object& left, const Object& right) {
-    return are_strings(left, right) ? !same_text(left, right) : compare(left, Py_NE, right);
+    if (left.is_exact_str() && right.is_exact_str()) return !(left == right);
+    return compare(left, Py_NE, right);
 }
 
 inline Object operator|(const Object& left, const Object& right) {
@@ -182,9 +171,16 @@ inline Object operator&(const Object& left, const Object& right) {
     return Object::steal(PyNumber_And(left.ptr(), right.ptr()));
 }
 inline Object operator+(const Object& left, const Object& right) {
-    if (are_strings(left, right)) return Object::steal(PyUnicode_Concat(left.ptr(), right.ptr()));
+    if (left.is_exact_str() && right.is_exact_str()) return Object::steal(PyUnicode_Concat(left.ptr(), right.ptr()));
     return Object::steal(PyNumber_Add(left.ptr(), right.ptr()));
 }
+
+// C++ may evaluate either operand first.
+bool operator==(Object&& left, Object&& right) = delete;
+bool operator!=(Object&& left, Object&& right) = delete;
+Object operator|(Object&& left, Object&& right) = delete;
+Object operator&(Object&& left, Object&& right) = delete;
+Object operator+(Object&& left, Object&& right) = delete;
 
 /// A type of the interpreter, `type(PyUnicode_Type)`, and the type of an object.
 inline Object type(PyTypeObject& builtin) { return Object::borrow(reinterpret_cast<PyObject*>(&builtin)); }

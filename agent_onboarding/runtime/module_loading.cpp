@@ -10,14 +10,14 @@ namespace {
 
 /// Runtime modules are released for one interpreter version only.
 void require_release_interpreter(Module m, const Object& module_name, const Object& expected_sha256) {
-    if (first(m.get<"sys.version_info">(), 2) == tuple(to_object(3), to_object(12))) return;
-    const Object fields = list();
-    for (const Object& field : iterate(first(m.get<"sys.version_info">(), 3))) append(fields, str(field));
-    const Object reload_failed = m.get<"RuntimeModuleReloadFailed">();
-    raise(
-        reload_failed(text<"SableCrest release runtime modules require CPython 3.12; running CPython {}. Recreate the "
-                           "environment with python3.12 before running sablecrest start.">(join("."_s, fields)),
-                      kw<"module_name">(module_name), kw<"expected_sha256">(expected_sha256)));
+    const Object release = tuple{3, 12};
+    if (slice_to(m.get<"sys.version_info">(), 2) == release) return;
+    const Object fields = list{};
+    for (const Object& field : iterate(slice_to(m.get<"sys.version_info">(), 3))) append(fields, str(field));
+    raise(invoke{m.get<"RuntimeModuleReloadFailed">(),
+                 fstring<"SableCrest release runtime modules require CPython 3.12; running CPython {}. Recreate the "
+                         "environment with python3.12 before running sablecrest start.">{join("."_s, fields)},
+                 kw<"module_name">(module_name), kw<"expected_sha256">(expected_sha256)});
 }
 
 /// One module of a manifest, and what is known of it so far.
@@ -27,9 +27,9 @@ struct RuntimeModule {
 
     void require_file() const {
         if (truth(m.call<"os.path.exists">(path))) return;
-        const Object incomplete = m.get<"RuntimeModuleDownloadIncomplete">();
-        raise(incomplete(text<"Runtime module {} is missing at {}.">(repr(name), path), kw<"module_name">(name),
-                         kw<"relative_path">(relative_path), kw<"expected_sha256">(expected)));
+        raise(invoke{m.get<"RuntimeModuleDownloadIncomplete">(),
+                     fstring<"Runtime module {} is missing at {}.">{repr(name), path}, kw<"module_name">(name),
+                     kw<"relative_path">(relative_path), kw<"expected_sha256">(expected)});
     }
 
     [[noreturn]] void refuse_digest(const Object& message, const Object& actual) const {
@@ -41,46 +41,48 @@ struct RuntimeModule {
     [[nodiscard]] Object verified_digest() const {
         Object actual = m.call<"_sha256_file">(path);
         if (truth(expected) && actual != expected)
-            refuse_digest(text<"Runtime module {} hash mismatch at {}: expected {}, got {}.">(repr(name), relative_path,
-                                                                                              expected, actual),
-                          actual);
+            refuse_digest(
+                fstring<"Runtime module {} hash mismatch at {}: expected {}, got {}.">{repr(name), relative_path,
+                                                                                       expected, actual},
+                actual);
         return actual;
     }
 
     [[nodiscard]] Object load(const Object& actual) const {
-        try {
-            m.call<"_ensure_legacy_src_namespace_alias">();
-            return m.call<"_load_extension_from_path">(name, path);
-        } catch (const Error& error) {
-            const Handling except{error};
-            if (!except.caught(PyExc_Exception)) throw;
-            const Object reload_failed = m.get<"RuntimeModuleReloadFailed">();
-            const Object message =
-                text<"Runtime module {} failed to load from {}: {}">(repr(name), relative_path, str(except.value()));
-            raise_from(reload_failed(message, kw<"module_name">(name), kw<"relative_path">(relative_path),
-                                     kw<"expected_sha256">(expected), kw<"actual_sha256">(actual)),
-                       except.value());
-        }
+        return try_except(
+            [&] {
+                m.call<"_ensure_legacy_src_namespace_alias">();
+                return m.call<"_load_extension_from_path">(name, path);
+            },
+            {PyExc_Exception},
+            [&](const Handling& except) -> Object {
+                raise_from(invoke{m.get<"RuntimeModuleReloadFailed">(),
+                                  fstring<"Runtime module {} failed to load from {}: {}">{repr(name), relative_path,
+                                                                                          str(except.value())},
+                                  kw<"module_name">(name), kw<"relative_path">(relative_path),
+                                  kw<"expected_sha256">(expected), kw<"actual_sha256">(actual)},
+                           except.value());
+            });
     }
 
-    /// Catches a module that was registered before and was returned without loading.
+    /// The file may have been replaced after its digest was checked. Its code has run by now; the caller gets an error
+    /// instead of the module.
     void require_stamp(const Object& module) const {
-        if (truth(expected) && get_or_none<"_sablecrest_module_sha256">(module) != expected)
-            refuse_digest(text<"Runtime module {} loaded with unexpected hash.">(repr(name)),
-                          get_or_none<"_sablecrest_module_sha256">(module));
+        if (truth(expected) && attr_or_none<"_sablecrest_module_sha256">(module) != expected)
+            refuse_digest(fstring<"Runtime module {} loaded with unexpected hash.">{repr(name)},
+                          attr_or_none<"_sablecrest_module_sha256">(module));
     }
 };
 
 /// The manifest's entry for the module; the argument comes before the digest of the entry.
-RuntimeModule select(Module m, const Object& data_dir, const Object& manifest, const Object& name,
-                     const Object& expected_sha256) {
+RuntimeModule find_in_manifest(Module m, const Object& data_dir, const Object& manifest, const Object& name,
+                               const Object& expected_sha256) {
     const auto [relative_path, file_info] = unpack<2>(m.call<"_select_runtime_module_manifest_entry">(manifest, name));
-    if (relative_path.is_none()) {
-        const Object incomplete = m.get<"RuntimeModuleDownloadIncomplete">();
-        raise(incomplete(text<"Manifest does not contain a runtime module for {}.">(repr(name)),
-                         kw<"module_name">(name), kw<"expected_sha256">(expected_sha256)));
-    }
-    const Object expected = truth(expected_sha256) ? expected_sha256 : file_info.lookup<"sha256">();
+    if (relative_path.is_none())
+        raise(invoke{m.get<"RuntimeModuleDownloadIncomplete">(),
+                     fstring<"Manifest does not contain a runtime module for {}.">{repr(name)}, kw<"module_name">(name),
+                     kw<"expected_sha256">(expected_sha256)});
+    const Object expected = truth(expected_sha256) ? expected_sha256 : file_info.get<"sha256">();
     return {m, name, relative_path, file_info, expected, m.call<"os.path.join">(data_dir, relative_path)};
 }
 
@@ -92,7 +94,7 @@ Object load_manifest_runtime_module(Module m, const Object& data_dir, const Obje
     put_on_import_path(m, expanded);
     if (manifest.is_none()) manifest = m.call<"_read_manifest">(expanded);
 
-    const RuntimeModule runtime_module = select(m, expanded, manifest, module_name, expected_sha256);
+    const RuntimeModule runtime_module = find_in_manifest(m, expanded, manifest, module_name, expected_sha256);
     runtime_module.require_file();
     const Object actual = runtime_module.verified_digest();
     m.call<"validate_synced_runtime_module_contract">(
@@ -107,18 +109,18 @@ Object load_manifest_runtime_module(Module m, const Object& data_dir, const Obje
 /// `era_data` first, then by name; by path where a name is listed twice.
 Object load_order(const Object& triple) {
     const auto [name, relative_path, entry] = unpack<3>(triple);
-    return tuple(to_object(name == "era_data"_s ? 0 : 1), name, relative_path);
+    return tuple{name == "era_data"_s ? 0 : 1, name, relative_path};
 }
 
 Object load_runtime_modules_from_manifest(Module m, const Object& data_dir, const Object& manifest) {
-    Object loaded = dict();
+    Object loaded = dict{};
     const Object entries = list_of(m.call<"_runtime_module_manifest_entries">(manifest));
     for (const Object& triple : iterate(sorted_by(entries, Order::ascending, load_order))) {
         const auto [name, relative_path, file_info] = unpack<3>(triple);
         if (contains(loaded, name)) continue;
-        const Object load = m.get<"_load_manifest_runtime_module">();
-        loaded.set_item(
-            name, load(data_dir, name, kw<"expected_sha256">(file_info.lookup<"sha256">()), kw<"manifest">(manifest)));
+        const Object module = invoke{m.get<"_load_manifest_runtime_module">(), data_dir, name,
+                                     kw<"expected_sha256">(file_info.get<"sha256">()), kw<"manifest">(manifest)};
+        loaded.set_item(name, module);
     }
     return loaded;
 }

@@ -1,6 +1,6 @@
 /// \file The user's settings file, folded into the option store.
 #include "parts.hpp"
-#include "surface/option_store.hpp"
+#include "shared/options.hpp"
 
 namespace agent_onboarding {
 
@@ -10,32 +10,30 @@ namespace {
 
 Object path_in_use(Module m, const Object& settings_path) {
     if (settings_path.is_none()) return m.call<"default_settings_path">();
-    const Object abspath = m.get<"os.path.abspath">();
-    const Object expanduser = m.get<"os.path.expanduser">();
-    return abspath(expanduser(m.call<"os.fspath">(settings_path)));
+    return invoke{m.get<"os.path.abspath">(),
+                  invoke{m.get<"os.path.expanduser">(), m.call<"os.fspath">(settings_path)}};
 }
 
 /// Values set in the process win over the file for the two URLs.
 void apply_urls(Module m, const Object& settings) {
-    if (truth(settings.lookup<"server_url">())) {
+    if (truth(settings.get<"server_url">())) {
         const Object current = option<"server_url">(m);
         if (current == m.get<"DEFAULT_SERVER_URL">()) set_option<"server_url">(m, str(settings.item<"server_url">()));
     }
-    if (truth(settings.lookup<"signal_service_url">()) && !truth(option<"signal_service_url">(m)))
+    if (truth(settings.get<"signal_service_url">()) && !truth(option<"signal_service_url">(m)))
         set_option<"signal_service_url">(m, str(settings.item<"signal_service_url">()));
 }
 
 /// What is not a number is stored as it is: whoever needs a market id refuses it with a message of its own.
 void apply_market_id(Module m, const Object& settings) {
-    const Object market_id = settings.lookup<"market_id">();
+    const Object market_id = settings.get<"market_id">();
     if (market_id.is_none()) return;
-    try {
-        set_option<"market_id">(m, as_int(market_id));
-    } catch (const Error& error) {
-        const Handling except{error};
-        if (!except.caught(PyExc_TypeError) && !except.caught(PyExc_ValueError)) throw;
-        set_option<"market_id">(m, market_id);
-    }
+    const auto store = [&](const Object& value) {
+        set_option<"market_id">(m, value);
+        return none;
+    };
+    try_except([&] { return store(as_int(market_id)); }, {PyExc_TypeError, PyExc_ValueError},
+               [&](const Handling&) { return store(market_id); });
 }
 
 void apply_data_dir(Module m, const Object& settings_path) {
@@ -52,7 +50,7 @@ Object apply_file_settings(Module m, const Object& settings_path) {
 
     apply_urls(m, settings);
     if (contains(settings, "invite_code"_s)) {
-        const Object invite_code = settings.lookup<"invite_code">();
+        const Object invite_code = settings.get<"invite_code">();
         set_option<"invite_code">(m, invite_code);
     }
     apply_market_id(m, settings);
@@ -62,23 +60,13 @@ Object apply_file_settings(Module m, const Object& settings_path) {
         const Object value = settings.item(key);
         m.get<"_config">().set_item(key, value);
     }
-    return none();
-}
-
-Object configured_signal_service_url(Module m) {
-    Object url = option<"signal_service_url">(m);
-    if (!truth(url)) url = option<"server_url">(m);
-    if (!truth(url)) url = m.get<"DEFAULT_SERVER_URL">();
-    return url;
+    return none;
 }
 
 }  // namespace
 
-PyMethodDef functions::signal_service_url[] = {def<"_configured_signal_service_url()", configured_signal_service_url>(),
-                                               {}};
-
-PyMethodDef functions::file_settings[] = {def<"_apply_file_settings(settings_path=None)", apply_file_settings,
-                                              "Load .sablecrest/settings.yaml and apply supported process settings.">(),
-                                          {}};
+PyMethodDef functions::settings[] = {def<"_apply_file_settings(settings_path=None)", apply_file_settings,
+                                         "Load .sablecrest/settings.yaml and apply supported process settings.">(),
+                                     {}};
 
 }  // namespace agent_onboarding

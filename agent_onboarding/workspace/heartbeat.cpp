@@ -1,8 +1,9 @@
 /// \file The monitoring checklist in the workspace's `HEARTBEAT.md`.
 #include "parts.hpp"
-#include "surface/option_store.hpp"
-#include "surface/warning.hpp"
-#include "workspace/text_file.hpp"
+#include "shared/files.hpp"
+#include "shared/log_failure.hpp"
+#include "shared/options.hpp"
+#include "workspace/texts.hpp"
 
 namespace agent_onboarding {
 
@@ -21,7 +22,7 @@ Object find_heartbeat(Module m, const Object& working_dir) {
         if (parent == directory) break;
         directory = std::move(parent);
     }
-    return none();
+    return none;
 }
 
 Object with_section(Module m, const Object& content) {
@@ -31,28 +32,28 @@ Object with_section(Module m, const Object& content) {
 }
 
 Object inject_heartbeat(Module m, const Object& working_dir) {
-    if (!truth(option<"auto_heartbeat">(m, true))) return none();
+    if (!truth(option<"auto_heartbeat">(m, true))) return none;
     const Object path = m.call<"_find_heartbeat">(working_dir);
-    if (path.is_none()) return none();
+    if (path.is_none()) return none;
 
-    const std::optional<Object> content =
-        warn(m, [&] { return read_text(path); }, "Failed to read HEARTBEAT.md at %s: %s"_s, path);
-    if (!content.has_value() || contains(*content, "## [SableCrest]"_s)) return none();
+    const auto content =
+        log_failure(m, [&] { return read_text(m, path); }, "Failed to read HEARTBEAT.md at %s: %s"_s, path);
+    if (!content.has_value() || contains(*content, "## [SableCrest]"_s)) return none;
 
     const Object extended = with_section(m, *content);
-    warn(m, [&] { return write_text(path, extended); }, "Failed to write HEARTBEAT.md at %s: %s"_s, path);
-    return none();
+    log_failure(m, [&] { return write_text(m, path, extended); }, "Failed to write HEARTBEAT.md at %s: %s"_s, path);
+    return none;
 }
 
 }  // namespace
 
-PyMethodDef functions::heartbeat_search[] = {def<"_find_heartbeat(working_dir=None)", find_heartbeat,
-                                                 "Search for HEARTBEAT.md in cwd + up to 3 parent directories.\n"
-                                                 "\n"
-                                                 "Returns the path to HEARTBEAT.md if found, None otherwise.">(),
-                                             {}};
+Object make_heartbeat_section(Module) { return from_utf8(texts::heartbeat_section); }
 
 PyMethodDef functions::heartbeat[] = {
+    def<"_find_heartbeat(working_dir=None)", find_heartbeat,
+        "Search for HEARTBEAT.md in cwd + up to 3 parent directories.\n"
+        "\n"
+        "Returns the path to HEARTBEAT.md if found, None otherwise.">(),
     def<"inject_heartbeat(working_dir=None)", inject_heartbeat,
         "Called by register() and search_templates during search startup.\n"
         "\n"

@@ -155,7 +155,7 @@ def _ensure_legacy_src_namespace_alias():
             src_module = types.ModuleType("src")
     src_paths = list(getattr(src_module, "__path__", []))
     known_paths = {os.path.realpath(path) for path in src_paths}
-    for package_path in list(_sablecrest_pkg.__path__):
+    for package_path in list(getattr(_sablecrest_pkg, "__path__", [])):
         path = os.path.realpath(package_path)
         if path not in known_paths:
             src_paths.append(package_path)
@@ -219,8 +219,12 @@ def _ensure_legacy_src_obfuscation_core_alias(src_module):
 
     import sablecrest as package
 
-    package_core_name = _legacy_src_module_name(package.__package__, "obfuscation", "layers", "shared", "_core")
-    sys.modules[package_core_name] = core_module
+    package_name = getattr(package, "__package__", None)
+    if package_name is None:
+        package_name = getattr(package, "__name__", None)
+    if package_name is not None:
+        package_core_name = _legacy_src_module_name(package_name, "obfuscation", "layers", "shared", "_core")
+        sys.modules[package_core_name] = core_module
     shared_pkg = sys.modules.get(shared_name)
     if shared_pkg is not None:
         shared_pkg._core = core_module
@@ -376,8 +380,11 @@ def _forget_preloaded_backtester_modules():
         sys.modules.pop(name, None)
     for name in _BACKTEST_PARENT_MODULE_NAMES:
         parent = sys.modules.get(name)
-        if parent is not None and hasattr(parent, "backtest"):
-            del parent.backtest
+        if parent is not None:
+            try:
+                del parent.backtest
+            except AttributeError:
+                pass
 
 
 def _module_not_found_is_candidate(exc, module_name):
@@ -401,7 +408,7 @@ def _import_backtester_module():
     ) from last_missing
 
 
-def _load_per_era_backtester(data_dir, **_ignored):
+def _load_per_era_backtester(data_dir, **kwargs):
     """Load the wheel-bundled canonical backtester."""
     expanded = _canonical_data_dir(data_dir)
     runtime_root = os.path.realpath(expanded)
@@ -524,8 +531,7 @@ _AGENTS_MD_FRAGMENT = """\
 def _find_heartbeat(working_dir=None):
     """Search for HEARTBEAT.md in cwd + up to 3 parent directories.
 
-    Returns the path to HEARTBEAT.md if found, None otherwise.
-    """
+    Returns the path to HEARTBEAT.md if found, None otherwise."""
     search_dir = os.getcwd() if working_dir is None else working_dir
     for _ in range(4):
         candidate = os.path.join(search_dir, "HEARTBEAT.md")
@@ -577,22 +583,31 @@ def _configured_signal_service_url():
 
 
 def _fetch_eras_payload(am):
+    from http.client import HTTPException
+
     token = am.get_token()
     if not token:
         raise RuntimeError("Registration bootstrap could not fetch /eras without an auth token.")
     url = _configured_signal_service_url().rstrip("/") + "/eras"
-    request = urllib.request.Request(url, headers={"Authorization": f"Bearer {token}"})
+    authorization = f"Bearer {token}"
+    answer = None
     try:
+        request = urllib.request.Request(url, headers={"Authorization": authorization}, method="GET")
         response = urllib.request.urlopen(request, timeout=15)
         status = getattr(response, "status", 200)
-        body = response.read()
-    except (OSError, urllib.error.URLError, TimeoutError) as exc:
-        raise RuntimeError("Registration bootstrap failed to fetch /eras.") from exc
+        answer = status, response.read()
+    except (OSError, urllib.error.URLError, TimeoutError, HTTPException, ValueError) as exc:
+        if authorization.isascii() and authorization.isprintable():
+            raise RuntimeError("Registration bootstrap failed to fetch /eras.") from exc
+    if answer is None:
+        # Raised outside the handler: what refuses a token that cannot stand in a header quotes it.
+        raise RuntimeError("Registration bootstrap failed to fetch /eras.")
+    status, body = answer
     if status != 200:
         raise RuntimeError(f"Registration bootstrap failed to fetch /eras: HTTP {status}.")
     try:
         payload = json.loads(body)
-    except json.JSONDecodeError as exc:
+    except (ValueError, RecursionError) as exc:
         raise RuntimeError("Registration bootstrap received invalid /eras JSON.") from exc
     if not isinstance(payload, dict):
         raise RuntimeError("Registration bootstrap received invalid /eras payload.")
@@ -765,10 +780,6 @@ def _read_wallet_key(data_dir):
 
 
 def _write_wallet_key(data_dir, key_content):
-    """Write private key to wallet.key with 0600 permissions.
-
-    Raises IOError with exact L2 message format on failure.
-    """
     data_dir = _canonical_data_dir(data_dir)
     os.makedirs(data_dir, exist_ok=True)
     wallet_path = _wallet_key_path(data_dir)
@@ -795,6 +806,13 @@ def _write_wallet_key(data_dir, key_content):
         os.chmod(wallet_path, 0o600)
     except (IOError, OSError):
         raise IOError(f"Cannot write wallet to {wallet_path}. Check directory permissions.")
+
+
+# A docstring in its place would lose its indentation.
+_write_wallet_key.__doc__ = (
+    "Write private key to wallet.key with 0600 permissions.\n\n"
+    "    Raises IOError with exact L2 message format on failure.\n"
+)
 
 
 class _LocalRuntimeSyncManager:
@@ -1015,6 +1033,7 @@ def _propagate_auth(am, strict=False):
         if strict:
             raise RuntimeError("SableCrest search runtime injection failed.")
 
+    exports_failure = None
     try:
         simulate_signal = importlib.import_module("sablecrest.simulate_signal")
         if runtime is None:
@@ -1045,15 +1064,6 @@ def _propagate_auth(am, strict=False):
             vocabulary_raw=getattr(runtime, "vocabulary_raw", None),
             runtime_freshness_guard=getattr(runtime, "runtime_freshness_guard", None),
         )
-    except Exception as exc:
-        logger.warning("Failed to initialize simulate_signal: %s", exc)
-        detail = _exception_chain_detail(exc)
-        if strict:
-            message = "SableCrest simulate_signal bootstrap failed"
-            if detail:
-                message = f"{message}: {detail}"
-            raise RuntimeError(message)
-    else:
         try:
             import sablecrest
 
@@ -1061,14 +1071,25 @@ def _propagate_auth(am, strict=False):
         except Exception as exc:
             logger.warning("Failed to restore top-level simulate exports: %s", exc)
             if strict:
-                raise RuntimeError("SableCrest simulate exports bootstrap failed.")
+                exports_failure = RuntimeError("SableCrest simulate exports bootstrap failed.")
+                raise exports_failure
+    except Exception as exc:
+        if exc is exports_failure:
+            raise
+        logger.warning("Failed to initialize simulate_signal: %s", exc)
+        detail = _exception_chain_detail(exc)
+        if strict:
+            message = "SableCrest simulate_signal bootstrap failed"
+            if detail:
+                message = f"{message}: {detail}"
+            raise RuntimeError(message)
 
 
 def ensure_runtime_bootstrapped(strict=True):
     """Bootstrap the shared SDK runtime from cached register/login auth."""
-    from sablecrest import auth
-
     if _auth_manager is None:
+        from sablecrest import auth
+
         raise auth.AuthError("No wallet initialized. Call register() or login() first.")
 
     from sablecrest import _runtime
@@ -1195,7 +1216,10 @@ def login(private_key, bootstrap_runtime=False, settings_path=None):
 
 
 def configure(**kwargs):
-    """Set library configuration options."""
+    """Set library configuration options.
+
+    They are checked and stored one by one, in call order: when one is refused, those before it are stored.
+    """
     normalized = {}
     for key, value in kwargs.items():
         if key not in _VALID_OPTIONS:

@@ -1,45 +1,53 @@
-"""The bundled backtester: imported afresh, missing, or broken."""
+"""The bundled backtester: imported afresh for each data directory, missing, or broken."""
 
+import os
 import sys
 from types import ModuleType
 
-from differential import agree, write
-from interpreter import scenario
 from sablecrest import simulator_engine
+from support.cases import GONE, Case, given, table
 
 NAME = "sablecrest.simulator_engine.backtest"
 
 
-def load(m):
-    return m._load_per_era_backtester("data", market_id=7, other=1) is sys.modules[NAME]
+def load(m, **ignored):
+    loaded = m._load_per_era_backtester("data/.", **ignored)
+    fresh = loaded is sys.modules[NAME] is vars(simulator_engine).pop("backtest")
+    return fresh, sys.path[0], sys.path.count(sys.path[0])
 
 
-def beside(content=None, names=(NAME,) * 3):
-    """What is imported in place of the bundled one, under these names."""
+def having(content=None, era_data=None):
+    """The engine's folder holds this backtester, or none; an older one is registered."""
 
     def prepare(module, patch):
-        write("data/backtest.py" if content else "nothing", content or "")
-        patch.setattr(simulator_engine, "__path__", ["data"])
-        patch.setitem(sys.modules, "era_data", ModuleType("era_data"))
-        module._BACKTEST_MODULE_NAMES = names
+        given({"engine/backtest.py": content} if content else {})(module, patch)
+        simulator_engine.backtest, simulator_engine.__path__ = "stale", [os.path.abspath("engine")]
+        patch.setattr(sys, "dont_write_bytecode", True)
+        patch.setitem(sys.modules, NAME, "stale")
+        patch.setitem(sys.modules, "era_data", era_data)
 
     return prepare
 
 
-def candidates(m):
-    errors = [ModuleNotFoundError(name=name) for name in (None, "", "a", "a.b", "a.b.c", "b")]
-    return [m._module_not_found_is_candidate(error, "a.b") for error in [*errors, ValueError()]]
-
-
-SCENARIOS = [
-    scenario("bundled", lambda *_: 0, load),
-    scenario("missing", beside(), load),
-    scenario("parent is missing", beside(names=("sablecrest.nothing.backtest",)), load),
-    scenario("no names", beside(names=()), load),
-    scenario("broken", beside("import nothing_of_this_name"), load),
-    scenario("candidates", lambda *_: 0, candidates),
+THERE, LOST = ModuleType("era_data"), {"modules": [NAME], "names": {"simulator_engine.backtest": GONE}}
+NO_ERA = ("DEBUG", "Era data module is not loaded for data dir %s", "data/.")
+LOG = [NO_ERA, ("INFO", "Loaded wheel-bundled backtester %s for data dir %s", NAME, "data/.")] * 2
+TRIED = ModuleNotFoundError(f"No wheel-bundled backtester module found; tried {NAME}, {NAME}, {NAME}")
+MISSING, ELSE = (ModuleNotFoundError(f"No module named {name!r}", name=name) for name in (NAME, "no_module"))
+ROWS = [
+    Case("twice", having("x = 1"), lambda m: (load(m), load(m, o=1)), ((True, "HERE/data", 1),) * 2, log=LOG, **LOST),
+    Case("missing", having(None, THERE), load, raises=TRIED, cause=MISSING, **LOST),
+    Case("broken", having("raise ImportError(name=__name__)", THERE), load, raises=ImportError, **LOST),
+    Case("in want", having("import no_module", THERE), load, raises=ELSE, **LOST),
 ]
 
 
-def test_backtester_is_imported_as_in_plain_python(scenario, directory):
-    agree(scenario, directory)
+@table(*ROWS)
+def test_backtester_is_imported_afresh_or_named_as_missing(case, check):
+    check(case)
+
+
+def test_module_is_missing_where_it_or_a_parent_of_it_was_not_found(module):
+    errors = [ValueError(), *(ImportError(name=name) for name in ("a.b", "a", "a.b.c", "a.", ""))]
+    found = [module._module_not_found_is_candidate(error, "a.b") for error in errors]
+    assert found == [False, True, True, False, False, False]

@@ -1,97 +1,123 @@
-"""The era table: the request and each bad answer to it, and the universe that an answer selects."""
+"""The era table: the request for it, each bad answer to that, and which universe an era selects."""
 
-import traceback
-import urllib.request
+from http.client import BadStatusLine
 from json import JSONDecodeError
+from operator import methodcaller
 from types import SimpleNamespace
-from urllib.error import HTTPError, URLError
 
 import pytest
-from differential import Scenario, agree, compare
+from support.cases import Case, given, raising, table
+from support.runtime import patched, together
 
-from local_service import FAULTS, LocalService
-
-ERA, NO_ERA = {"state": "ACTIVE", "named_universe": " u ", "universes": ["v", "u"]}, {"state": None, "universes": "w"}
-TABLES = [[ERA], [], None, "7", [5, ERA], [5], [None], [{"state": "active"}, ERA], [NO_ERA, {}], [NO_ERA, ERA]]
-ANSWERS = [{key: {"7": eras}} for eras in TABLES for key in ("eras_by_market", "market_era_groups")]
-ANSWERS += [{"eras_by_market": market} for market in ({7: [ERA]}, {"7": [], 7: [ERA]}, {"8": [ERA]}, [ERA])] + [{}]
-OPTIONS = [{"market_id": 7}, *({"market_id": market_id} for market_id in ("7", True, None, "x"))]
-OPTIONS += [{"named_universe": name, "market_id": 7} for name in (" u ", "a/b", None, 5)]
-BODIES = [b'{"a": 1}', b"[1]", b"null", b"{", b"", b"\xff", '{"é": 1}'.encode("utf-16"), b"[" * 100_000]
+FAILED, RECEIVED = "Registration bootstrap failed to fetch /eras", "Registration bootstrap received invalid /eras"
+NO_TOKEN = "Registration bootstrap could not fetch /eras without an auth token."
+NO_MARKETS = RuntimeError("Registration bootstrap /eras payload is missing eras_by_market.")
+NO_ERAS = RuntimeError("Registration bootstrap found no eras for market_id=7.")
+NO_UNIVERSE = RuntimeError("Registration bootstrap expected at least one active named universe from /eras.")
+resolve = methodcaller("_resolve_active_named_universe", "manager")
 
 
-class Response:
-    def __init__(self, body, status):
-        self.read = lambda: body
-        vars(self).update(status)
+def fetch(token=5):
+    return methodcaller("_fetch_eras_payload", SimpleNamespace(get_token=lambda: token))
 
 
-def fetch(body=b"{}", token="token", url="http://host//", **status):
-    def prepare(module, patch):
-        module._config["server_url"] = url
-        patch.setattr(urllib.request, "urlopen", lambda request, timeout: Response(body, status))
-        patch.setattr(urllib.request.Request, "__repr__", lambda self: repr(vars(self)))
-
-    manager = SimpleNamespace(get_token=lambda: token)
-    return Scenario(f"{body[:9]} {token!r} {status}", prepare, lambda m: m._fetch_eras_payload(manager))
+def opening(error):
+    return patched("urllib.request.urlopen", raising(error, "e"))
 
 
-def resolve(options, answer):
-    def prepare(module, patch):
-        module._config.update(options)
-        module._fetch_eras_payload = lambda am: answer
-
-    return Scenario("resolve", prepare, lambda m: m._resolve_active_named_universe("manager"))
+def reading(body, **status):
+    """A `prepare`: this is the body of the answer, or reading it does this."""
+    response = SimpleNamespace(read=body if callable(body) else lambda: body, **status)
+    return patched("urllib.request.urlopen", lambda request, timeout: response)
 
 
-SCENARIOS = [fetch(url="no URL"), *map(fetch, BODIES), *(fetch(token=token) for token in ("", None, 5))]
-SCENARIOS += [resolve(OPTIONS[0], ANSWERS[0]), *(fetch(status=status) for status in (200, 204, "200", None))]
+def bad(prepare, text, cause=None, *, token=5, name=""):
+    return Case(f"{text} {cause} {name}", prepare, fetch(token), None, RuntimeError(text), cause, cause)
 
 
-def test_eras_are_fetched_as_in_plain_python(scenario, directory):
-    agree(scenario, directory)
+def of(payload, market_id="7 ", universe=" / "):
+    options = {"market_id": market_id, "named_universe": universe}
+    return given(config=options, _fetch_eras_payload=lambda am: {"manager": payload}[am])
 
 
-def test_universe_is_selected_as_in_plain_python(directory):
-    for case in [(OPTIONS[0], answer) for answer in ANSWERS] + [(options, ANSWERS[0]) for options in OPTIONS]:
-        compare(case, resolve(*case), directory)
+def selects(payload, *candidates):
+    options = {"named_universe": candidates[0], "named_universes": [*candidates]}
+    return Case(f"{payload}", of(payload), resolve, candidates[0], config=options)
 
 
-FAILED = "Registration bootstrap failed to fetch /eras"
-#: What comes of each bad answer: the text, the class of the cause, and the class, if it is not RuntimeError.
-REFUSALS = {
-    "no-content": (f"{FAILED}: HTTP 204.", type(None)),
-    "reset": (f"{FAILED}.", ConnectionResetError),
-    "slow-header": (f"{FAILED}.", TimeoutError),
-    **dict.fromkeys(("redirect-loop", "unauthorized", "server-error"), (f"{FAILED}.", HTTPError)),
-    "truncated-json": ("Registration bootstrap received invalid /eras JSON.", JSONDecodeError),
-    "array": ("Registration bootstrap received invalid /eras payload.", type(None)),
-    "invalid-utf8": ("'utf-8' codec can't decode byte 0xff", type(None), UnicodeDecodeError),
-    "nested-arrays": ("maximum recursion depth exceeded", type(None), RecursionError),
-    "refused": (f"{FAILED}.", URLError),
-}
+def refuses(payload, market_id, error):
+    return Case(f"{payload} for {market_id!r}", of(payload, market_id, ""), resolve, raises=error)
 
 
-def test_bad_answers_of_a_real_service_are_refused_without_a_trace(module, tmp_path, monkeypatch, caplog):
-    urlopen, told = urllib.request.urlopen, []
-    monkeypatch.setattr(urllib.request, "urlopen", lambda request, timeout: urlopen(request, timeout=timeout / 50))
-    with LocalService(["code"]) as service:
-        module.configure(server_url=service.url, data_dir=tmp_path, market_id=9)
-        module.register("code")
-        manager, options = module._auth_manager, dict(module._config)
-        assert [module._resolve_active_named_universe(manager) for _ in "ab"] == ["metals", "metals"]
-        assert service.requests.count("GET /eras") == 1
+HOST, SIGNALS = {"server_url": "http://host/a//"}, {"server_url": "http://", "signal_service_url": "http://signals/"}
+REQUEST = """...  urllib.request.Request('http://{}/eras', headers={{'Authorization': 'Bearer 5'}}, method='GET')
+    urllib.request.urlopen(<urllib.request.Request object>, timeout=15)  json.loads({!r})"""
+DEEP, WIDE = b"[" * 100_000, '{"\u00e9": 1}'.encode("utf-16")
+BAD_JSON = {b"{} {}": JSONDecodeError, b'"\xff"': UnicodeDecodeError, DEEP: RecursionError, b"1" * 5000: ValueError}
+ACTIVE = {"state": "aCTIVE", "named_universe": " u ", "universes": ["v", "u"]}
+CLOSED, NONE, KEPT = {"state": "closed", "named_universe": "c"}, {"state": None, "named_universe": "n"}, ["c"]
+keep = given(_active_era_named_universe_candidates=lambda era: KEPT)
+ROWS = [
+    *(Case(host, together(given(config=options), reading(body)), fetch(), payload, calls=REQUEST.format(host, body))
+      for host, options, body, payload in (("signals", SIGNALS, b"{}", {}), ("host/a", HOST, WIDE, {"\u00e9": 1}))),
+    *(bad(opening(KeyError), NO_TOKEN, token=token, name=repr(token)) for token in (None, "")),
+    *(bad(given(), f"{FAILED}.", token=token, name=repr(token)) for token in ("secret\n", "a\r\nx", "secret\u2603")),
+    *(bad(opening(error), f"{FAILED}.", error) for error in (OSError, ValueError, BadStatusLine)),
+    *(bad(reading(raising(error)), f"{FAILED}.", error, name="reading") for error in (OSError, ValueError)),
+    *(bad(reading(b"", status=status), f"{FAILED}: HTTP {status}.") for status in (204, 199, None)),
+    *(bad(reading(body), f"{RECEIVED} JSON.", cause) for body, cause in BAD_JSON.items()),
+    *(bad(reading(body), f"{RECEIVED} payload.", name=f"{body}") for body in (b"[1]", b"null")),
+    *(Case(f"{error}", opening(error), fetch(), raises=error) for error in (KeyError, KeyboardInterrupt, RuntimeError)),
+    Case("configured", of(None, None, " u "), resolve, "u", config={"named_universe": "u"}),
+    Case("copied", together(of({"eras_by_market": {"7": [{}]}}), keep), lambda m: resolve(m) in KEPT and
+         m._config["named_universes"] is not KEPT, True, config={"named_universe": "c", "named_universes": ["c"]}),
+    selects({"eras_by_market": {"7": [CLOSED, "no era", ACTIVE, {"state": "active"}]}}, "u", "v"),
+    selects({"eras_by_market": {"7": [NONE, {"named_universe": "m"}]}}, "n"),
+    selects({"eras_by_market": {"8": [CLOSED], "7": [ACTIVE]}, "market_era_groups": {"7": [CLOSED]}}, "u", "v"),
+    selects({"eras_by_market": {}, "market_era_groups": {7: [CLOSED]}}, "c"),
+    selects({"eras_by_market": {7: [CLOSED], "7": [ACTIVE]}}, "u", "v"),
+    *(refuses({name: value}, "x", NO_MARKETS) for name, value in (("eras_by_market", {}), ("market_era_groups", "7"))),
+    *(refuses({"market_era_groups": {"7": eras}}, "7", NO_ERAS) for eras in ([], (), {"0": ACTIVE})),
+    refuses({"eras_by_market": {"7": [{"state": "active"}, CLOSED]}}, 7, NO_UNIVERSE),
+    refuses({"eras_by_market": {"7": ["no era", CLOSED]}}, 7, AttributeError),
+    refuses({"eras_by_market": {"7": [ACTIVE]}}, "x", ValueError),
+    refuses({"eras_by_market": {"7": [ACTIVE]}}, None, TypeError),
+]  # fmt: skip
 
-        module._config.clear()
-        module._config.update(options)
-        assert REFUSALS.keys() == {*FAULTS, "refused"}
-        for fault, (text, cause, *kind) in REFUSALS.items():
-            service.faults["/eras"] = fault
-            if fault == "refused":
-                service.refuse_connections()
-            with pytest.raises(Exception, match=text) as caught:
-                module._resolve_active_named_universe(manager)
-            assert (type(caught.value), type(caught.value.__cause__)) == (*(kind or [RuntimeError]), cause)
-            assert module._config == options
-            told += [repr(caught.value), *traceback.format_exception(caught.value)]
-    assert manager.get_token() not in "".join(told) + caplog.text
+
+@table(*ROWS)
+def test_table_is_fetched_and_selects_a_universe_or_is_refused(case, check):
+    check(case)
+
+
+NAMES = [(" \t a b\u3000\n", "a b"), ("...", "..."), (True, "True"), (["a"], "['a']")]
+UNSAFE = [(value, None) for value in (None, "", " \n", ".", " .. ", "a/b", "a\\b", "a\0", ("a/",))]
+
+
+def test_name_is_one_stripped_path_segment_or_none(module):
+    for value, name in NAMES + UNSAFE:
+        assert module._safe_named_universe(value) == name, value
+        module._append_unique_named_universe(values := ["a"], value)
+        assert values == (["a", name] if name else ["a"]), value
+
+
+WHOLE = {"universes": [{"id": "d"}, "e"], "allowed_named_universes": ["b", "a"], "named_universe": "a"}
+POOLS = [{"allowed_named_universes": names} for names in (["..", "c", 5, "a"], " q ", ("q",))]
+#: An era, its candidates, and the universe that is the first one for it as an era configuration.
+ERAS = [
+    (WHOLE | {"signal_pools": ["no pool", {}, *POOLS]}, ["a", "b", "c", "5", "q", "('q',)", "d", "e"], "c"),
+    (WHOLE | {"signal_pools": POOLS[1:2]}, ["a", "b", "q", "d", "e"], "q"),
+    (WHOLE | {"signal_pools": tuple(POOLS)}, ["a", "b", "d", "e"], "b"),
+    ({"named_universe": " u ", "allowed_named_universes": ["/", None]}, ["u"], "u"),
+    ({"named_universe": "u", "allowed_named_universes": " b "}, ["u", "b"], "b"),
+    ({"named_universe": "a/b", "universes": {"z": 1, "m": 2}}, ["m", "z"], None),
+    ({"universes": [{"named_universe": "", "id": 0, "name": "n"}, {"name": "m", "id": "i"}]}, ["n", "i"], None),
+    ({"universes": [{"named_universe": "u", "id": "i"}, {"named_universe": "/", "id": "j"}, {}]}, ["u"], None),
+]
+
+
+@pytest.mark.parametrize(("era", "candidates", "first"), ERAS, ids=repr)
+def test_selectors_go_through_an_era_in_their_own_orders(era, candidates, first, module):
+    assert module._active_era_named_universe_candidates(era) == candidates
+    assert module._first_allowed_named_universe_from_era_config(era) == first
+    assert module._first_allowed_named_universe_from_era_config([era]) is None

@@ -1,78 +1,69 @@
-"""The manifest: what of it is read, which runtime modules it lists, and other files that may be absent."""
+"""The manifest: what of it is read, and which runtime modules it lists; and other JSON files beside it."""
 
-import json
-from contextlib import suppress
+from operator import methodcaller
+from pathlib import Path
 from types import SimpleNamespace
 
-from differential import Scenario, agree, compare, write
-from interpreter import scenario
+import pytest
+from sablecrest.errors import RuntimeModuleDownloadIncomplete
 from sablecrest.sync import CURRENT_PLATFORM
+from support.cases import Case, given, table
 
-MODULE = {"kind": "runtime_module:m"}
-TWO = {"b/x": MODULE, "a/y": MODULE}
-FILES = TWO | {str(place): MODULE | {"platform": place} for place in ("", None, CURRENT_PLATFORM, "other", ["odd"])}
-FILES |= {path: {"kind": "runtime_module"} for path in ("z/named.so", "1.so", "vault.so", "w/era_data.so", "../m.so")}
-FILES |= dict(zip("cdefgh", ({"kind": 5}, {"kind": None}, {"kind": "feature"}, {}, "text", ["list"])))
-MANIFESTS = ["", "{", "[]", "null", "5", "{}", "\udcff", "[" * 100_000, '{"files": null}', '{"files": [{}]}', None]
-MANIFESTS += [json.dumps({"era_number": "x", "version": [1], "files": FILES})]
-OBJECTS = [None, 5, {}, {"files": [1]}, SimpleNamespace(files=FILES), SimpleNamespace(), {"files": TWO | {5: MODULE}}]
-
-
-def read(m):
-    manifest = m._read_manifest("data")
-    return manifest, [m._select_runtime_module_manifest_entry(manifest, name) for name in ("era_data", "vault", "x")]
-
-
-def steps(m):
-    """What happens before the record happens too early; an exception exhausts."""
-    entries, results = m._runtime_module_manifest_entries({"files": TWO}), []
-    m.logger.info("nothing was read")
-    for _ in range(4):
-        try:
-            results.append(next(entries, "end"))
-        except Exception as error:
-            results.append(error)
-    return iter(entries) is entries, results
+PATH, END, M = "data/manifest.json", "the end", {"kind": "runtime_module:m"}
+MISSING = RuntimeModuleDownloadIncomplete(
+    f"Runtime manifest is missing at {Path(PATH)}.", relative_path="manifest.json"
+)
+SECTIONS = '{"files": {"a": {"b": 1}}, "version": [1.5], "c": 1, "era_number": "\u00e9"}'
+read, read_json = methodcaller("_read_manifest", "data"), methodcaller("_read_json_if_present", PATH)
+ROWS = [
+    Case("nothing", given({PATH: "{}"}), read, SimpleNamespace(era_number=None, version=None, files={})),
+    Case("whole", given({PATH: SECTIONS}), read,
+         SimpleNamespace(era_number="\u00e9", version=[1.5], files={"a": {"b": 1}})),
+    Case("missing", given(), read, raises=MISSING),
+    *(Case(f"no file {path}", given(), methodcaller("_read_json_if_present", path)) for path in (PATH, "", None)),
+    Case("any JSON", given({PATH: '"\u00e9"'}), read_json, "\u00e9"),
+    *(Case(f"bad: {call}", given({PATH: b'{"\xff'}), call, raises=UnicodeDecodeError) for call in (read, read_json)),
+]  # fmt: skip
 
 
-def nested(m):
-    """An iterator that is asked for the next entry while it finds one."""
-    entries = m._runtime_module_manifest_entries({"files": TWO})
-
-    def is_kind(kind):
-        with suppress(ValueError):
-            m.logger.info("nested", next(entries))
-        return True
-
-    m.is_runtime_module_kind = is_kind
-    return [*entries]
+@table(*ROWS)
+def test_files_are_read_as_they_are(case, check):
+    check(case)
 
 
-def others(m):
-    payload = m._read_manifest_payload_with_signals_index("data") | {"list": []}
-    sections = [m._manifest_payload_mapping_or_empty(payload, name) for name in ("signals_index", "list", "none")]
-    found = [m._read_json_if_present(path) for path in ("", None, "nothing", "data/signals_index.json")]
-    paths = [m._local_vocabulary_path("data", name) for name in ("", None, "u", "v")]
-    return sections, sections[0] is payload["signals_index"], found, paths
+def test_files_are_handed_out_as_they_are_and_sections_as_copies(module):
+    files = {"k": {}}
+    assert module._manifest_files({"files": files}) is module._manifest_files(SimpleNamespace(files=files)) is files
+    for manifest in (None, {}, {"files": [1, 2]}, SimpleNamespace(files=None), 5):
+        assert module._manifest_files(manifest) == {}
+    section, *others = (module._manifest_payload_mapping_or_empty({"a": files, "b": []}, name) for name in "abc")
+    assert (section, section is files, others) == (files, False, [{}, {}])
 
 
-def holding(manifest="{}"):
-    files = {"manifest": manifest, "signals_index": '{"a": 1}', "features/u/vocabulary": "{}"}
-    return lambda *_: [write(f"data/{path}.json", text) for path, text in files.items() if text is not None]
+def test_entries_are_the_runtime_modules_for_this_platform_sorted_by_path(module):
+    platforms = {"b": {}, "a": {"platform": CURRENT_PLATFORM}, "Z": {"platform": ""}, "A": {"platform": "other"}}
+    files = {path: M | platform for path, platform in platforms.items()}
+    files |= dict(zip("cdefgh", ({"kind": 5}, {"kind": None}, {"kind": "feature"}, {}, "text", [M])))
+    files |= {"n/vault.so": {"kind": "runtime_module"}, "b/1.so": {"kind": "runtime_module"}}
+    entries = [entry[:2] for entry in module._runtime_module_manifest_entries({"files": files})]
+    assert entries == [("m", "Z"), ("m", "a"), ("m", "b"), ("vault", "n/vault.so")]
 
 
-SCENARIOS = [Scenario("steps", holding(), steps), scenario("others", holding(), others)]
-SCENARIOS += [Scenario("nested", holding(), nested)]
-SCENARIOS += [scenario("whole", holding(json.dumps({"files": TWO})), read)]
-SCENARIOS += [Scenario("stop", lambda m, _: setattr(m, "is_runtime_module_kind", lambda k: next(iter(()))), steps)]
+def test_entries_are_looked_at_when_they_are_asked_for(module):
+    manifest = SimpleNamespace(files=None)
+    entries, thrown, closed = (module._runtime_module_manifest_entries(manifest) for _ in range(3))
+    with pytest.raises(TypeError, match="non-None value to a just-started generator"):
+        entries.send(1)
+    manifest.files = {"b": M, "a": M}
+    assert [next(entry)[1] for entry in (entries, thrown, closed)] == ["a"] * 3
+    assert (entries.send(2), next(entries, END), closed.close(), next(closed, END)) == (("m", "b", M), END, None, END)
+    with pytest.raises(KeyError, match="thrown"):
+        thrown.throw(KeyError("thrown"))
+    assert next(thrown, END) is END
 
 
-def test_manifest_is_read_as_in_plain_python(scenario, directory):
-    agree(scenario, directory)
-
-
-def test_bad_manifests_come_to_the_same_as_in_plain_python(directory):
-    for text in MANIFESTS:
-        compare(text, Scenario("text", holding(text), read), directory)
-    for o in OBJECTS:
-        compare(o, Scenario("object", holding(), lambda m, o=o: [*m._runtime_module_manifest_entries(o)]), directory)
+def test_first_entry_of_a_name_is_selected_and_vault_is_a_name_of_era_data(module):
+    vault, data = ({path: {"kind": "runtime_module"}} for path in ("c/vault.so", "d/era_data.so"))
+    rows = [("m", {"b": M, "a": M}, "a"), ("era_data", data | vault, "c/vault.so"), ("vault", data, None)]
+    for name, files, path in rows:
+        assert module._select_runtime_module_manifest_entry({"files": files}, name) == (path, files.get(path))

@@ -1,174 +1,164 @@
-"""Runtime modules: what is loaded, what is refused before any of it runs, and what a failure leaves."""
+"""Runtime modules: their copies, what is refused before any of it runs, and what a failure leaves registered."""
 
+import hashlib
+import json
 import os
-import platform
-import re
 import sys
-from contextlib import nullcontext
-from functools import partial
-from pathlib import Path
-from types import ModuleType, SimpleNamespace
+from importlib.machinery import ModuleSpec
+from operator import methodcaller
+from types import SimpleNamespace
 
-import pytest
-from differential import agree, compare, native, run
-from interpreter import IS_RELEASE, kept, scenario
-from sablecrest.errors import RuntimeModuleReloadFailed
+from sablecrest import errors
+from support.cases import GONE, Case, given, raising, table
+from support.platforms import needs_so
+from support.runtime import patched, release, together
 
-from runtime_modules.make_data_directory import BUILT_MODULES, make_data_directory, replace_file, write_manifest
+from runtime_modules.make_data_directory import BUILT_MODULES
 
-RUNNING = f"SableCrest release runtime modules require CPython 3.12; running CPython {platform.python_version()}."
-PIN = re.escape(f"{RUNNING} Recreate the environment with python3.12 before running sablecrest start.")
-
-
-def publish(*names, directory="data", **changes):
-    """A data directory with these compiled modules; their entries in the manifest have the changes."""
-    manifest = make_data_directory(directory, modules=BUILT_MODULES, names=names, universes=[])
-    for path in manifest["files"]:
-        if path.startswith("runtime/"):
-            manifest["files"][path].update(changes)
-            file = Path(directory, path)
-    write_manifest(directory, manifest)
-    return manifest, file
+INCOMPLETE, FAILED = errors.RuntimeModuleDownloadIncomplete, errors.RuntimeModuleReloadFailed
+MISMATCH, DETAILS = errors.RuntimeModuleHashMismatch, "module_name relative_path expected_sha256 actual_sha256"
+ABC = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"  # of the file's content, abc
+COPY, STAMP = "data/.sablecrest-runtime-m-ba7816bf8f01cfea.so", "_sablecrest_module_sha256"
+PRUNE, FIND, X = "_prune_runtime_extension_copies", "importlib.util.spec_from_file_location", {"expected_sha256": "x"}
+ENTRY, STAMPED = {"kind": "runtime_module:m", "sha256": ABC}, SimpleNamespace(_sablecrest_module_sha256=ABC)
+ALIAS, EXTENSION = "_ensure_legacy_src_namespace_alias", "_load_extension_from_path"
+fails, stops, WRONG = raising(Exception, "wrong"), raising(KeyboardInterrupt), Exception("wrong")
+data, no_link = given({"data/m.so": "abc"}), patched("os.link", raising(PermissionError))
 
 
-def load(m, name="marking", **options):
-    module = m._load_manifest_runtime_module("data", name, **options)
-    return module.__name__, sorted(vars(module)), module._sablecrest_module_source_path
+def copy(m):
+    path = m._content_addressed_extension_path("m", "data/m.so", ABC)
+    return path, os.path.samefile(path, "data/m.so")
 
 
-def load_all(m):
-    return m._load_runtime_modules_from_manifest("data", m._read_manifest("data")).keys()
+def pruned(name, ages, keep, gone, unlink=os.unlink, **expected):
+    """A row: the copies' times of modification in the order of listing, the copy in use, and what goes."""
 
-
-def case(*names, previous=None, then=lambda module, patch: None, **changes):
     def prepare(module, patch):
-        publish(*names, **changes)
-        for name in names:
-            patch.setitem(sys.modules, name, previous)
-        then(module, patch)
+        given({f"data/{copy}": "x" for copy in ages})(module, patch)
+        for copy, age in ages.items():
+            os.utime(f"data/{copy}", (0, age))
+        patch.setattr(os, "listdir", lambda folder: [VANISHED, *ages])
+        patch.setattr(os, "unlink", unlink)
+
+    prune = methodcaller(PRUNE, "m", f"data/{keep}")
+    return Case(name, prepare, prune, files={f"data/{copy}": GONE for copy in gone}, **expected)
+
+
+FOREIGN = dict.fromkeys((".sablecrest-runtime-mm-1.so", ".sablecrest-runtime-m-1.so.bak", "m-1.so"), 0)
+A, B, C, D, VANISHED = (f".sablecrest-runtime-m-{letter}.so" for letter in "abcde")
+DIGEST, MADE = "4a3f0c0c213adea174f9a3d4c13177315b588bdb2e9c1012d3d0bf0453ca0f6a", {"files": {COPY: "abc"}}
+COPIES = [
+    Case("MiBs are read", given({"f": b"a" * (2**20 + 1)}), lambda m: m._sha256_file("f"), DIGEST),
+    Case("a copy is a hard link", data, copy, (f"HERE/{COPY}", True), **MADE),
+    Case("or a copy", together(data, no_link), copy, (f"HERE/{COPY}", False), **MADE),
+    Case("no copy", together(data, patched("os.link", fails)), copy, raises=WRONG),
+    Case("a copy is trusted by its name", together(data, given({COPY: "other"})), copy, (f"HERE/{COPY}", False)),
+    pruned("of equally old ones the first listed stays", FOREIGN | {C: 1, B: 1, A: 1, D: 1}, D, [A, B]),
+    pruned("the newest other one stays", FOREIGN | {A: 3, B: 1, C: 2}, A, [B]),
+    pruned("as many as allowed stay, whichever is in use", {A: 1, B: 2}, C, []),
+    pruned("those that cannot be removed stay", {A: 1, B: 2, C: 3}, C, [], raising(OSError)),
+    pruned("what else removing raises passes", {A: 1, B: 2, C: 3}, C, [], fails, raises=WRONG),
+    Case("a folder that cannot be listed stays", given(), methodcaller(PRUNE, "m", "no folder/m", max_copies=0)),
+]
+
+
+def load(m, name="m", **options):
+    return m._load_manifest_runtime_module("data", name, **options)
+
+
+def listed(entry=(), content="abc", **names):
+    """A data directory with a file m.so, and its entry with these changes."""
+    files = {"data/manifest.json": json.dumps({"files": {"m.so": ENTRY | dict(entry)}})}
+    files |= {"data/m.so": content} if content else {}
+    return together(release, given(files, **{ALIAS: lambda: None, EXTENSION: lambda *_: STAMPED} | names))
+
+
+def refused(title, prepare, error, text, *known, cause=None, **options):
+    text = text if text[0].isupper() else f"Runtime module 'm' {text}"
+    refusal = error(text, **dict(zip(DETAILS.split(), ("m", *known))))
+    return Case(title, prepare, lambda m: load(m, **options), None, refusal, cause, cause)
+
+
+def extension(execute, previous=None, **names):
+    """A file m.so and its copy, what executes it, and what is registered under its name."""
+
+    def prepare(module, patch):
+        loader = SimpleNamespace(create_module=lambda spec: None, exec_module=execute) if execute else None
+        find = lambda name, path: None if execute is None else ModuleSpec(name, loader, origin=path)  # noqa: E731
+        together(given({"data/m.so": "abc", COPY: "abc"}, **names), patched(FIND, find))(module, patch)
+        if previous is not None:
+            patch.setitem(sys.modules, "m", SimpleNamespace(**{"__file__": os.path.realpath(COPY)} | previous))
 
     return prepare
 
 
-def unwritable(module, patch):
-    patch.setattr(os, "link", lambda path, target: os.stat("not permitted"))
-    patch.setattr(module.shutil, "copy2", lambda path, target: os.stat("not permitted"))
+def load_extension(m):
+    previous, loaded = sys.modules.get("m"), m._load_extension_from_path("m", "data/m.so")
+    origin = loaded is not previous and (loaded.__spec__.origin, loaded._sablecrest_module_source_path)
+    return sys.modules["m"] is loaded, loaded._sablecrest_module_sha256 == ABC, origin
 
 
-def instead(**names):
-    return lambda module, patch: vars(module).update(names)
+def look(module):
+    assert (sys.modules["m"] is module, hasattr(module, STAMP)) == (True, False)
 
 
-CASES = {
-    "no digest": (case("marking", sha256=None), load),
-    "expected in vain": (case("marking"), partial(load, expected_sha256="0")),
-    "given": (case("marking"), partial(load, manifest={"files": {"nowhere": {"kind": "runtime_module:marking"}}})),
-    "not listed": (case("marking", kind=""), partial(load, expected_sha256="0")),
-    "other size": (case("marking", size=1), load),
-    "no file": (case("marking", then=lambda *_: [path.unlink() for path in Path("data/runtime").iterdir()]), load),
-    "no manifest": (lambda *_: None, load),
-    "unwritable": (case("marking", then=unwritable), load),
-    "unstamped": (case("marking", then=instead(_load_extension_from_path=lambda *_: SimpleNamespace())), load),
-    "pin": (case("marking", then=instead(sys=SimpleNamespace(version_info=(3, 13, "x", 1)))), load),
-    "all": (case("vault", "era_data", "backtester", "failing"), load_all),
-    "twice": (case("marking", "replacing", kind="runtime_module:marking"), load_all),
-    "none": (case("marking", platform="other"), load_all),
-}
+def marking(module, patch):
+    entry = {"kind": "runtime_module:marking", "sha256": hashlib.sha256(MARKING).hexdigest()}
+    manifest = json.dumps({"files": {"marking.so": entry}})
+    given({"data/manifest.json": manifest, "data/marking.so": MARKING}, **{ALIAS: lambda: None})(module, patch)
+    patch.setenv("SABLECREST_MARK", "mark")
+    release(module)
 
 
-@pytest.mark.parametrize("name", CASES)
-def test_outcome_is_that_of_plain_python(name, directory):
-    compare(name, scenario(name, *CASES[name]), directory)
+OLD = "SableCrest release runtime modules require CPython 3.12; running CPython {}.{}.{}. "
+OLD += "Recreate the environment with python3.12 before running sablecrest start."
+UNLISTED = "Manifest does not contain a runtime module for 'm'."
+UNLIKE = "hash mismatch at m.so: expected {}, got " + ABC + "."
+CONTRACT = "at m.so breaks its contract: its size is not the size that the manifest states."
+NO_SPEC, NEW = RuntimeError(f"Could not create import spec for HERE/{COPY}"), (f"HERE/{COPY}", "HERE/data/m.so")
+#: Code, the exception, and what of `sys.modules` is another one afterwards.
+ENDS = [(None, NO_SPEC, []), (False, NO_SPEC, []), (fails, WRONG, []), (look, WRONG, [])]
+ENDS += [(lambda module: sys.modules.update(m=1), WRONG, ["m"]), (stops, KeyboardInterrupt, ["m"])]
+MARKING = next(file for file in BUILT_MODULES.glob("marking.*") if file.suffix in (".so", ".pyd")).read_bytes()
+MARKING_COPY = f"data/.sablecrest-runtime-marking-{hashlib.sha256(MARKING).hexdigest()[:16]}.so"
+NAMED = {"a/d": "d", "b/d": "d", "c": "n", "z": "era_data"}
+LISTED = {"files": {path: {"kind": f"runtime_module:{name}", "sha256": path} for path, name in NAMED.items()}}
+EACH = "_load_manifest_runtime_module('data', '%s', expected_sha256='%s', manifest=" + f"{LISTED})"
+LOADED = [
+    Case("all of a manifest, the data first", given(_load_manifest_runtime_module=lambda data_dir, name, **_: name),
+         methodcaller("_load_runtime_modules_from_manifest", "data", LISTED), {name: name for name in NAMED.values()},
+         calls="...  " + "  ".join(EACH % call for call in (("era_data", "z"), ("d", "a/d"), ("n", "c")))),
+    *(refused(f"with {version}", given(sys=SimpleNamespace(version_info=(*version, "final", 0)), resolve_data_dir=None),
+              FAILED, OLD.format(*version), None, "x", **X) for version in ((3, 13, 1), (3, 11, 9), (4, 12, 0))),
+    refused("of another name", listed({"kind": "runtime_module:n"}), INCOMPLETE, UNLISTED, None),
+    refused("not in what is given", listed(), INCOMPLETE, UNLISTED, None, "x", manifest={}, **X),
+    refused("gone", listed(content=""), INCOMPLETE, "is missing at HERE/data/m.so.", "m.so", ABC, expected_sha256=""),
+    refused("unlike", listed({"sha256": ABC[:16]}), MISMATCH, UNLIKE.format(ABC[:16]), "m.so", ABC[:16], ABC),
+    refused("unlike the one given", listed({"size": 1}), MISMATCH, UNLIKE.format("x"), "m.so", "x", ABC, **X),
+    refused("of another size", listed({"size": 1}, **{ALIAS: None}), FAILED, CONTRACT, "m.so", ABC),
+    *(refused(f"wrong {step}", listed(**{step: fails}), FAILED, "failed to load from m.so: wrong", "m.so", ABC, ABC,
+              cause=WRONG) for step in (ALIAS, EXTENSION)),
+    *(refused(f"stamped {stamp}", listed(**{EXTENSION: lambda *_, stamp=stamp: SimpleNamespace(**stamp)}), MISMATCH,
+              "loaded with unexpected hash.", "m.so", ABC, *stamp.values()) for stamp in ({}, {STAMP: "other"})),
+    Case("interrupted", listed(**{EXTENSION: stops}), load, raises=KeyboardInterrupt),
+    Case("without a digest", listed({"sha256": None}, resolve_data_dir=lambda data_dir, ensure: data_dir),
+         lambda m: (load(m), load(m), sys.path[0], sys.path.count(sys.path[0])), (STAMPED, STAMPED, "HERE/data", 1),
+         calls=f"...  {ALIAS}()  {EXTENSION}('m', {os.path.join('data', 'm.so')!r})"),
+    Case("by a guard", given(_load_manifest_runtime_module=lambda *args, **named: (args, named)),
+         lambda m: m.create_runtime_freshness_guard("a")._module_loader("m", "x"), (("a", "m"), X)),
+    Case("the one in use", extension(None, {STAMP: ABC}, **{PRUNE: None}), load_extension, (True, True, False)),
+    *(Case(f"instead of {old}", extension(look, old), load_extension, (True, True, NEW), modules=["m"])
+      for old in (None, {}, {STAMP: ABC, "__file__": "x"}, {STAMP: ABC.upper()})),
+    *(Case(f"end {n} with {old}", extension(code, old, **{PRUNE: fails}), load_extension, raises=error, modules=changed)
+      for n, (code, error, changed) in enumerate(ENDS) for old in (None, {})),
+    Case("a damaged one is neither copied nor run", together(marking, given({"data/marking.so": MARKING[:-1] + b"?"})),
+         lambda m: load(m, "marking"), raises=MISMATCH),
+    Case("a compiled one runs once", marking, lambda m: load(m, "marking") is load(m, "marking"), True,
+         files={"mark": "", MARKING_COPY: MARKING}, modules=["marking"], needs=(needs_so,)),
+]  # fmt: skip
 
 
-SCENARIOS = [
-    scenario("compiled", case("backtester", previous=ModuleType("previous")), partial(load, name="backtester"))
-]
-
-
-def test_exception_at_any_step_of_a_load_leaves_what_was_registered(scenario, directory):
-    for trace in agree(scenario, directory):
-        if trace.outcome[0] == "raised" and "KeyboardInterrupt" not in trace.outcome[1][0][1]:
-            assert "'backtester': " not in trace.state[0]
-
-
-@pytest.mark.parametrize("previous", [None, ModuleType("previous")])
-@pytest.mark.parametrize("name", ["marking", "failing", "interrupted", "replacing", "replacing_and_failing"])
-def test_compiled_module_leaves_registered_what_it_does_in_plain_python(name, previous, directory):
-    trace = compare(name, scenario(name, case(name, previous=previous), partial(load, name=name)), directory)
-    assert (f"'{name}': " in trace.state[0]) == (name != "failing")
-
-
-DAMAGE = {
-    "none": lambda content, digest: (content, digest),
-    "other digest": lambda content, digest: (content, "0" * 64),
-    "upper case": lambda content, digest: (content, digest.upper()),
-    "beginning of the digest": lambda content, digest: (content, digest[:16]),
-    "flipped bit": lambda content, digest: (content[:-1] + bytes([content[-1] ^ 1]), digest),
-    "truncated": lambda content, digest: (content[:-1], digest),
-}
-
-
-@pytest.mark.parametrize("damage", DAMAGE)
-def test_nothing_of_a_refused_file_runs(damage, tmp_path, monkeypatch):
-    monkeypatch.setenv("SABLECREST_MARK", str(tmp_path / "mark"))
-    manifest, file = publish("marking", directory=tmp_path)
-    entry = manifest["files"][f"runtime/{file.name}"]
-    content, entry["sha256"] = DAMAGE[damage](file.read_bytes(), entry["sha256"])
-    replace_file(file, content)
-    write_manifest(tmp_path, manifest)
-    runs = IS_RELEASE and damage == "none"
-    with kept():
-        with nullcontext() if runs else pytest.raises(Exception, match="hash mismatch" if IS_RELEASE else PIN):
-            native._load_manifest_runtime_module(tmp_path, "marking")
-        assert ("marking" in sys.modules, (tmp_path / "mark").exists()) == (runs, runs)
-    assert len([*tmp_path.glob("runtime/.sable*")]) == runs
-
-
-def test_guard_reloads_what_was_replaced_and_keeps_two_copies(tmp_path):
-    stale, other = (tmp_path / f"runtime/.sablecrest-runtime-{name}-0.so" for name in ("era_data", "backtester"))
-    guard, user = native.create_runtime_freshness_guard(tmp_path), SimpleNamespace()
-    guard.register_module_consumer("era_data", user, "module")
-    with kept():
-        make_data_directory(tmp_path, modules=BUILT_MODULES)
-        if not IS_RELEASE:
-            with pytest.raises(RuntimeModuleReloadFailed, match=PIN):
-                guard.ensure_fresh()
-            return
-        for copy in (stale, other):
-            copy.touch()
-            os.utime(copy, (0, 0))
-        assert guard.ensure_fresh() == ["backtester", "era_data"]
-        first, changed = user.module, (tmp_path / "runtime").stat().st_mtime_ns
-        assert native._load_manifest_runtime_module(tmp_path, "era_data") is first
-        assert (guard.ensure_fresh(), (tmp_path / "runtime").stat().st_mtime_ns) == ([], changed)
-
-        make_data_directory(tmp_path, modules=BUILT_MODULES, era_data_version=2)
-        assert guard.ensure_fresh() == ["era_data"]
-        copies = {str(other), sys.modules["backtester"].__file__, first.__file__, user.module.__file__}
-        assert ({*map(str, tmp_path.glob("runtime/.sable*"))}, first.VERSION, user.module.VERSION) == (copies, 1, 2)
-        assert native._sha256_file(first.__file__) == first._sablecrest_module_sha256
-
-
-def test_file_replaced_by_rename_is_loaded_as_the_documents_tell(tmp_path):
-    def replace():
-        [path], [newer] = Path("data/runtime").glob("era_data.*"), BUILT_MODULES.glob("era_data_2.*")
-        replace_file(path, newer.read_bytes())
-
-    def call(m):
-        module = m._load_manifest_runtime_module("data", "era_data")
-        return module.VERSION, module._sablecrest_module_sha256
-
-    window = scenario("window", case("era_data"), call)
-    clean = run(native, window, tmp_path / "clean")
-    steps = [name for name, *_ in clean.calls]
-    _, _, opened_again = [n for n, name in enumerate(steps) if name == "open"]
-    for n in range(1, len(steps)):
-        # Each in a directory of its own: the dynamic linker knows a library by its path.
-        trace = run(native, window, tmp_path / str(n), {n: replace})
-        if n > steps.index("os.link"):
-            assert trace.outcome == clean.outcome
-        elif n > opened_again:
-            assert trace.outcome == ("returned", clean.outcome[1].replace("(1, ", "(2, "))
-        else:
-            assert trace.outcome[0] == "raised"
+@table(*COPIES, *LOADED)
+def test_module_is_copied_and_loaded_or_refused_and_what_was_registered_is_put_back(case, check):
+    check(case)

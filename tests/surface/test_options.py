@@ -1,43 +1,85 @@
 """`configure`: each option taken and refused, and the rotation settings that it writes."""
 
+import os
+import sys
+from json import dumps
 from pathlib import Path
+from unittest.mock import MagicMock
 
-from differential import Scenario, agree, write
+import sablecrest
+from support.cases import FOLDER, Case, checked, given
 
-VALUES = {
-    "auto_heartbeat": (False, 1),
-    "data_dir": ("x", Path("~/x"), "", 5),
-    "server_url": (" https://host/ ", "host", None),
-    "signal_service_url": ("", None),
-    "invite_code": ("", None, 5),
-    "sync_max_concurrency": (-1, True, "1"),
-    "named_universe": (" u ", "...", "  ", ".", " .. ", "a/b", "a\\b", "a\0b", 5),
-    "market_id": (7, True, 0, False, -1, "3"),
-    "feature_budget_gb": (1, 1.5, "1"),
-    "colour": (1,),
-}
-SEVERAL = {"named_universe": "u", "family": "f", "rotation_frequency": "daily", "market_id": 3}
-STORED = ("{}", "[", '{"market": "m", "named_universes": ["a"], "rotation_seed": 3}')
-CALLS = [
-    *(({option: value}, None) for option, values in VALUES.items() for value in values),
-    *((SEVERAL, stored) for stored in STORED),
-    ({"sync_http_chunk_bytes": 5, "auto_heartbeat": False, "market_id": -1}, None),
-    ({"rotation_seed": 7, "market": "m", "named_universes": ["a"]}, None),
-    ({}, None),
+# fmt: off
+VALID = ("algorithm, auto_heartbeat, data_dir, family, feature_budget_gb, invite_code, market, market_id, "
+         "named_universe, named_universes, rotation_frequency, rotation_seed, server_url, signal_service_url, "
+         "subfamily, sync_http_chunk_bytes, sync_http_transport, sync_max_concurrency")
+#: What is given, and what is stored then.
+STORED = [
+    ("auto_heartbeat", False, False), ("data_dir", " x ", " x "), ("data_dir", Path("~/x"), os.path.join("~", "x")),
+    ("server_url", " https://host/ ", "https://host"), ("signal_service_url", " ", " "), ("invite_code", "", ""),
+    ("sync_http_chunk_bytes", -1, -1), ("named_universe", " u ", "u"), ("market_id", 1, 1), ("market_id", True, True),
 ]
+REFUSED = [
+    ("data_dir", "", "data_dir cannot be empty."),
+    ("server_url", "host", "Server URL must be an http or https URL of a host, without user name, query or fragment."),
+    ("invite_code", 5, "Option 'invite_code' expects str or NoneType, got int."),
+    ("named_universe", " \t", "named_universe cannot be empty."),
+    *(("named_universe", name, "named_universe must be a single safe path segment.")
+      for name in (".", " .. ", "a/b", "a\\b", "a\0b")),
+    ("market_id", "3", "Option 'market_id' expects int, got str."),
+    ("market_id", 0, "market_id must be a positive integer."),
+    ("colour", 1, f"Unknown configuration option: 'colour'. Valid options: {VALID}"),
+]
+CONTEXT = "{'current_market': 'crypto', 'market': 'crypto', 'current_universes': ['u'], 'named_universes': ['u']}"
+# fmt: on
 
 
-def scenario(options, stored):
-    def prepare(module, patch):
-        module._config["data_dir"] = "data"
-        if stored is not None:
-            write("data/rotation_settings.json", stored)
-
-    return Scenario(f"{options} {stored}", prepare, lambda m: m.configure(**options))
+def configure(**options):
+    return lambda m: m.configure(**options)
 
 
-SCENARIOS = [scenario(*call) for call in CALLS]
+# The file that holds these.
+def rotation(**settings):
+    return {"data/rotation_settings.json": dumps(settings, indent=2) + "\n"}
 
 
-def test_options_are_applied_as_in_plain_python(scenario, directory):
-    agree(scenario, directory)
+def without_sibling(module, patch):
+    module._config["data_dir"] = 5  # which would be refused later
+    patch.delattr(sablecrest, "_rotation_settings")
+    patch.setitem(sys.modules, "sablecrest._rotation_settings", None)
+
+
+# fmt: off
+ROWS = [
+    *(Case(f"{k} {v!r} is stored", given(), configure(**{k: v}), config={k: stored}) for k, v, stored in STORED),
+    *(Case(f"{k} {v!r} is refused", given(), configure(**{k: v}), raises=ValueError(why)) for k, v, why in REFUSED),
+    Case("those before a refused one are in force, and nothing is written", given(config={"data_dir": "data"}),
+         configure(family="f", market_id=-1, invite_code="c"), config={"family": "f"},
+         raises=ValueError("market_id must be a positive integer.")),
+    Case("the defaults of rotation are filled in", given(config={"data_dir": "data"}), configure(family="f"),
+         config={"family": "f"},
+         files=rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0) | {"data": FOLDER}),
+    Case("what the file of rotation holds is kept", given(rotation(market="m", family="x", named_universes=["a"],
+         rotation_seed=3), config={"data_dir": "data", "named_universe": "u"}),
+         configure(family="f", auto_heartbeat=False), config={"family": "f", "auto_heartbeat": False},
+         files=rotation(market="m", family="f", named_universes=["a"], rotation_seed=3),
+         calls=f"""os.fspath('data')  _canonical_data_dir('data')  os.makedirs('HERE/data', exist_ok=True)
+         _rotation_settings.settings_path_for_data_dir('HERE/data')
+         _rotation_settings.load_rotation_settings('HERE/data', catalog_context={CONTEXT})
+         load_rotation_settings.model_dump()  _rotation_settings.write_rotation_settings('HERE/data', \
+{{'market': 'm', 'family': 'f', 'named_universes': ['a'], 'rotation_seed': 3}})"""),
+    Case("the sibling that writes it is missing", without_sibling, configure(family="f"), raises=ModuleNotFoundError,
+         config={"family": "f"}),
+]
+# fmt: on
+test_options_are_checked_and_stored_one_by_one = checked(ROWS)
+
+
+def test_each_list_of_universes_that_is_handed_out_is_another(module, monkeypatch, tmp_path):
+    monkeypatch.setattr(sablecrest, "_rotation_settings", sibling := MagicMock())
+    sibling.load_rotation_settings.return_value.model_dump.return_value = {}
+    module.configure(data_dir=tmp_path, named_universe="u", family="f")
+    catalog = sibling.load_rotation_settings.call_args.kwargs["catalog_context"]
+    written = sibling.write_rotation_settings.call_args.args[1]
+    lists = [catalog["current_universes"], catalog["named_universes"], written["named_universes"]]
+    assert (lists, len({*map(id, lists)})) == ([["u"]] * 3, 3)

@@ -1,39 +1,55 @@
 """The settings file: what it overrides, and what overrides it."""
 
-from collections import UserDict
-from itertools import product
+from math import inf
 from pathlib import Path
 
-from differential import Scenario, agree
+from support.cases import Case, checked, given
 
-SYNC = {"sync_http_transport": "http2", "sync_http_chunk_bytes": 1, "sync_max_concurrency": 2}
-URLS = product(["https://signal", "", None], ["https://server", None])
-#: What the file holds, the options before, the path of the file.
-CASES = [
-    (UserDict(SYNC), {"sync_max_concurrency": 99}, None),
-    (SYNC | {"server_url": "https://file", "signal_service_url": 6}, {}, "~/s.yaml"),
-    (SYNC | {"server_url": "https://file"}, {"server_url": "https://set"}, Path("s.yaml")),
-    (SYNC | {"server_url": "", "signal_service_url": ""}, {"data_dir": "set"}, None),
-    (SYNC | {"signal_service_url": "https://file"}, {"signal_service_url": "https://set"}, None),
-    (SYNC | {"invite_code": None}, {"invite_code": "set", "market_id": 5}, None),
-    *((SYNC | {"market_id": id_, "invite_code": "file"}, {}, None) for id_ in ("7", "abc", 0, 1.5, [], 1e999)),
-    ({"sync_http_transport": "incomplete"}, {}, None),
-    *(({}, {"signal_service_url": signal, "server_url": server}, None) for signal, server in URLS),
+HOME, FILE = {"_settings_path": "HOME/.sablecrest/settings.yaml"}, {"_settings_path": "HERE/s.yaml"}
+INCOMPLETE = {"sync_http_transport": "h2", "server_url": "f", "market_id": 7}
+URLS = {"server_url": "f", "signal_service_url": "g", "invite_code": "c"}
+
+
+def apply(m):
+    return m._apply_file_settings("s.yaml")
+
+
+def loaded(settings):
+    return given(load_settings=lambda path, ensure: settings, resolve_data_dir=lambda settings_path, ensure: "d")
+
+
+# fmt: off
+#: What the file says, the options before, and what changes.
+RULES = [
+    ("server_url: f", {}, {"server_url": "f"}),
+    ("server_url: 6", {"server_url": "set"}, {}),
+    ("{server_url: 6, signal_service_url: 7}", {}, {"server_url": "6", "signal_service_url": "7"}),
+    ("signal_service_url: f", {"signal_service_url": "set"}, {}),
+    ("invite_code:", {"invite_code": "set"}, {"invite_code": None}),
+    ("", {"invite_code": "set", "market_id": 5}, {}),
+    ("market_id: '7'", {"market_id": 5}, {"market_id": 7}),
+    ("market_id: abc", {}, {"market_id": "abc"}),
+    ("market_id: []", {}, {"market_id": []}),
+    ("data_dir: d", {}, {"data_dir": "HERE/d"}),
+    ("data_dir: d", {"data_dir": "set"}, {}),
+    ("{sync_http_transport: h2, sync_max_concurrency: '9'}", {"sync_http_chunk_bytes": 1},
+     {"sync_http_transport": "h2", "sync_max_concurrency": "9", "sync_http_chunk_bytes": 64 * 1024 * 1024}),
 ]
-
-
-def scenario(settings, options, path):
-    def prepare(module, patch):
-        vars(module)["load_settings"] = lambda path, ensure: settings
-        module._config.update(options)
-
-    name = repr((settings.keys() - SYNC, settings.get("market_id"), options))
-    call = (lambda m: m._apply_file_settings(path)) if settings else lambda m: m._configured_signal_service_url()
-    return Scenario(name, prepare, call)
-
-
-SCENARIOS = [scenario(*case) for case in CASES]
-
-
-def test_settings_are_applied_as_in_plain_python(scenario, directory):
-    agree(scenario, directory)
+ROWS = [
+    *(Case(f"{text} over {options}", given({"s.yaml": text}, config=options), apply, config=FILE | changes)
+      for text, options, changes in RULES),
+    Case("no file, no settings", given(), lambda m: m._apply_file_settings(), config=HOME),
+    Case("the path is handed on as it is given", given(), lambda m: m._apply_file_settings(Path("s.yaml")), config=FILE,
+         calls="""load_settings(Path('s.yaml'), ensure=False)  os.fspath(Path('s.yaml'))
+         os.path.expanduser('s.yaml')  os.path.abspath('s.yaml')
+         resolve_data_dir(settings_path=Path('s.yaml'), ensure=False)"""),
+    Case("the market fails after what goes before", loaded(URLS | {"market_id": inf}), apply, raises=OverflowError,
+         config=FILE | URLS),
+    Case("a sync setting is missing", loaded(INCOMPLETE), apply, raises=KeyError("sync_http_chunk_bytes"),
+         config=FILE | INCOMPLETE | {"data_dir": "d"}),
+    *(Case(f"{url} serves signals", given(config={"signal_service_url": signal, "server_url": server}),
+           lambda m: m._configured_signal_service_url(), url)
+      for signal, server, url in (("a", "b", "a"), ("", "b", "b"), (None, "", "https://api.sablecrest.example"))),
+]
+# fmt: on
+test_settings_are_applied_by_their_rules = checked(ROWS)

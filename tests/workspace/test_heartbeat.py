@@ -1,53 +1,60 @@
-"""HEARTBEAT.md: where it is found, the checklist and the milestone lines."""
+"""HEARTBEAT.md: where it is found, and the checklist that is appended to it once."""
 
 import os
+from operator import methodcaller as call
 
-from differential import Scenario, agree, write
+from support.cases import Case, checked, given, raising
 
-LINE = "- [ ] [SableCrest] First signal found! Check status for details."
-CONTENTS = ["", "text", "é\n", "# a\n## [SableCrest] b\n", LINE + "\nx", "\udcff", "a\r\nb\r"]
+FILE = "HEARTBEAT.md"
+SECTION = """\
+## [SableCrest] Search Monitoring
+
+Check these items to stay on top of your signal search:
+
+- [ ] **Search status**: Run `sablecrest.search_status()` — is the search running? Any errors to address?
+- [ ] **Discovery rate check**: Run `sablecrest.get_search_velocity()` — is your signals-per-hour trending up, stable, \
+or declining?
+- [ ] **Suggestions**: Run `sablecrest.get_suggestions()` — are there underexplored function families or \
+high-potential features to focus on?
+- [ ] **Milestone check**: How many signals have you found? Any new milestones (first signal, 10th signal, Strategy \
+unlock at 100)?
+- [ ] **Strategy review**: If discovery rate is declining, consider: restarting with a different template, increasing \
+n_jobs, or creating a custom template focused on high-potential areas.
+"""
+inject = call("inject_heartbeat")
 
 
-def below(*files, start):
-    def prepare(module, patch):
-        os.makedirs(start)
-        for file in files:
-            write(file, file)
-        os.chdir(start)
-
-    return prepare
+def within(start, *files):
+    return lambda module, patch: [given(dict.fromkeys(files, ""))(module, patch), os.makedirs(start), os.chdir(start)]
 
 
-def holding(content="x", **options):
-    return lambda m, _: (write("HEARTBEAT.md", content), m._config.update(options))
+def open_but(mode, error):
+    return lambda path, asked, encoding: (raising(error, 13) if asked == mode else open)(path, asked, encoding=encoding)
 
 
-WORKSPACES = {
-    **{repr(content): holding(content) for content in CONTENTS},
-    "switched off": holding(auto_heartbeat=0),
-    "no switch": lambda m, _: (write("HEARTBEAT.md"), m._config.pop("auto_heartbeat")),
-    "none": lambda *_: os.chdir("/"),
-    "directory": lambda *_: os.mkdir("HEARTBEAT.md"),
-    "three up": below("HEARTBEAT.md", start="a/b/c"),
-    "four up": below("HEARTBEAT.md", start="a/b/c/d"),
-    "nearest": below("HEARTBEAT.md", "a/b/HEARTBEAT.md", start="a/b/c"),
-    "deleted": lambda *_: (below(start="deleted")(*_), os.rmdir("../deleted")),
-}
-CALLS = {
-    "inject": lambda m: m.inject_heartbeat(),
-    "nudge": lambda m: m.update_nudge("first_signal", era=7),
-    "all": lambda m: [CALLS[call](m) for call in ("nudge", "inject", "inject", "nudge")],
-    "unknown": lambda m: m.update_nudge("colour"),
-    "unhashable": lambda m: m.update_nudge([]),
-    "relative": lambda m: m.inject_heartbeat("c"),
-    "bytes": lambda m: m.inject_heartbeat(b"."),
-    "fragment": lambda m: m.get_agents_md_fragment(),
-}
-SCENARIOS = [
-    *(Scenario(f"{call} {name}", WORKSPACES[name], CALLS[call]) for name in WORKSPACES for call in ("inject", "nudge")),
-    *(Scenario(name, holding(), call) for name, call in CALLS.items()),
+def warning(what, error):
+    return [("WARNING", f"Failed to {what} HEARTBEAT.md at %s: %s", f"HERE/{FILE}", error)]
+
+
+# fmt: off
+INJECTED = [
+    Case("an empty line goes before it", given({FILE: "é\n"}), inject, files={FILE: f"é\n\n{SECTION}"}),
+    Case("the marker anywhere is enough", given({FILE: "a\n## [SableCrest] b"}), inject),
+    Case("a milestone is no marker, and the last line is ended first", given({FILE: "[SableCrest]"}), inject,
+         files={FILE: f"[SableCrest]\n\n{SECTION}"}),
+    Case("it is switched off", given({FILE: ""}, config={"auto_heartbeat": 0}), inject),
+    Case("nothing is said of it", given({FILE: ""}, _config={}), inject, files={FILE: f"\n{SECTION}"}),
+    Case("there is no file", given(), inject),
+    Case("no text", given({FILE: b"\xff"}), inject, log=warning("read", UnicodeDecodeError)),
+    Case("it cannot be written", given({FILE: ""}, open=open_but("w", OSError)), inject,
+         log=warning("write", OSError(13))),
+    *(Case(f"an interruption in mode {mode}", given({FILE: ""}, open=open_but(mode, KeyboardInterrupt)), inject,
+           raises=KeyboardInterrupt(13)) for mode in "rw"),
+    Case("three folders up", within("a/b/c", FILE), call("_find_heartbeat"), f"HERE/{FILE}"),
+    Case("not four folders up", within("a/b/c/d", FILE), call("_find_heartbeat")),
+    Case("the nearest", within("a/b/c", FILE, f"a/b/{FILE}"), call("_find_heartbeat"), f"HERE/a/b/{FILE}"),
+    Case("a relative folder ends at the current one", given(), call("_find_heartbeat", ""),
+         calls=f"os.path.join('', '{FILE}')  os.path.exists('{FILE}')  os.path.dirname('')"),
 ]
-
-
-def test_workspace_is_edited_as_in_plain_python(scenario, directory):
-    agree(scenario, directory)
+# fmt: on
+test_checklist_is_appended_once_to_the_nearest_file = checked(INJECTED)

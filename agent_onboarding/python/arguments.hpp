@@ -1,0 +1,48 @@
+/// \file The arguments of a call from Python, and the parameters that they are bound to.
+#pragma once
+
+#include "python/containers.hpp"
+#include "python/signature.hpp"
+
+namespace py {
+
+/// What the binder needs of a signature while running.
+struct ParameterTable {
+    const char* function;
+    const Name* const* names;
+    std::size_t count, positional, required;
+    bool var_positional, var_keywords;
+};
+
+namespace detail {
+
+template <Literal L, std::size_t... I>
+inline constexpr const Name* parameter_names[sizeof...(I) + 1] = {&string_name<parameter_name<L, I>>..., nullptr};
+
+}  // namespace detail
+
+template <Literal L>
+inline constexpr ParameterTable parameter_table = []<std::size_t... I>(std::index_sequence<I...>) {
+    constexpr auto parsed = signature<L>;
+    return ParameterTable{function_name<L>.text, detail::parameter_names<L, I...>,
+                          parsed.count,          parsed.positional,
+                          parsed.required,       parsed.var_positional,
+                          parsed.var_keywords};
+}(std::make_index_sequence<signature<L>.count>{});
+
+/// The arguments of one call as the interpreter passes them: positional values, then those of the keywords.
+struct PassedArguments {
+    PyObject* const* values;
+    std::size_t positional;
+    PyObject* keywords;  // a tuple of names, or null
+};
+
+/// Puts each argument at the place of its parameter, null where the default applies, and the keywords that are no
+/// parameters into the dict. False, with a TypeError set, where they do not match.
+[[nodiscard]] bool bind_arguments(const ParameterTable& table, const PassedArguments& passed, PyObject** bound,
+                                  const Object& other_keywords);
+
+/// `*parts`
+Object var_positional(const PassedArguments& passed);
+
+}  // namespace py

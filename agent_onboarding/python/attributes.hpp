@@ -1,0 +1,74 @@
+/// \file Attributes, and the items of mappings.
+#pragma once
+
+#include "python/names.hpp"
+
+namespace py {
+
+namespace detail {
+
+/// What an exact module's own namespace binds to the name. Only the special names of its type come before that; nothing
+/// where the general look-up has to decide.
+std::optional<Object> module_attribute(const Object& object, const Name& name);
+Object attribute(const Object& object, const Name& name);
+std::optional<Object> find_attribute(const Object& object, const Name& name);
+Object attribute(const Object& object, Path path);
+/// `mapping.get(key, otherwise)`, `mapping.get(key)` where `otherwise` is null.
+Object mapping_get(const Object& mapping, const Object& key, const Object* otherwise);
+
+}  // namespace detail
+
+/// `dict[key]` of an exact dict, where there is one.
+std::optional<Object> find_item(PyObject* dict, const Object& key);
+inline std::optional<Object> find_item(const Object& dict, const Object& key) { return find_item(dict.ptr(), key); }
+
+template <Literal L>
+Object Object::attr() const {
+    if constexpr (segment_count<L> == 1) return detail::attribute(*this, string_name<L>);
+    return detail::attribute(*this, path<L>);
+}
+
+template <Literal L>
+std::optional<Object> Object::find_attr() const {
+    return detail::find_attribute(*this, string_name<L>);
+}
+
+template <Literal L, typename Item>
+void Object::set_attr(const Item& value) const {
+    set_attr(string_name<L>.get(), to_object(value));
+}
+
+template <Literal L>
+void Object::del_attr() const {
+    check(PyObject_DelAttr(pointer_, string_name<L>.get().ptr()));
+}
+
+template <Literal L>
+Object Object::item() const {
+    return item(string_name<L>.get());
+}
+
+template <Literal L, typename Item>
+void Object::set_item(const Item& value) const {
+    set_item(string_name<L>.get(), to_object(value));
+}
+
+inline Object Object::get(const Object& key) const { return detail::mapping_get(*this, key, nullptr); }
+
+template <Literal L>
+Object Object::get() const {
+    return get(string_name<L>.get());
+}
+
+template <Literal L>
+Object Object::get(const Object& otherwise) const {
+    return detail::mapping_get(*this, string_name<L>.get(), &otherwise);
+}
+
+/// `getattr(x, "name", None)`
+template <Literal L>
+Object attr_or_none(const Object& object) {
+    return object.find_attr<L>().value_or(none);
+}
+
+}  // namespace py

@@ -1,0 +1,28 @@
+/// \file The salt that tells eras apart, for the legacy core module.
+#include "runtime/identity_salt.hpp"
+
+namespace agent_onboarding {
+
+using namespace py;
+
+namespace {
+
+void require_positive_integer(const Object& value, const Object& name) {
+    if (!value.is_int()) raise(PyExc_TypeError, fstring<"{} must be an integer, got {}">{name, type_name(value)});
+    if (compare(value, Py_LE, to_object(0)))
+        raise(PyExc_ValueError, fstring<"{} must be positive, got {}">{name, value});
+}
+
+Object era_number_identity_salt(Module, const Object& market_id, const Object& era_number) {
+    require_positive_integer(market_id, "market_id"_s);
+    require_positive_integer(era_number, "era_number"_s);
+    const Object market_bytes = market_id.call<"to_bytes">(8, "big"_s);
+    return market_bytes + era_number.call<"to_bytes">(8, "big"_s);
+}
+
+}  // namespace
+
+PyMethodDef identity_salt_entry = def<"era_number_identity_salt(market_id, era_number)", era_number_identity_salt>();
+PyMethodDef salt_entry = def<"era_salt(market_id, era_number)", era_number_identity_salt>();
+
+}  // namespace agent_onboarding

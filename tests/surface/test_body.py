@@ -1,0 +1,96 @@
+"""What importing the module binds and says, and how often it can be imported."""
+
+import ast
+import importlib
+import inspect
+import os
+import pickle
+import subprocess
+import sys
+
+import pytest
+from support.subject import NAME, SIBLINGS
+from support.surroundings import ROOT
+
+# fmt: off
+#: Bound before anything of its own, in this order.
+IMPORTED = """
+    importlib hashlib json logging os secrets shutil _stat sys types urllib dataclass field SimpleNamespace List
+    Optional EpochName auth RuntimeModuleDownloadIncomplete RuntimeModuleHashMismatch RuntimeModuleReloadFailed
+    RuntimeFreshnessGuard is_runtime_module_kind runtime_module_name_from_kind validate_synced_runtime_module_contract
+    DATA_DIR default_settings_path load_settings resolve_data_dir list_skills CURRENT_PLATFORM"""
+FIND_HEARTBEAT = """Search for HEARTBEAT.md in cwd + up to 3 parent directories.
+
+Returns the path to HEARTBEAT.md if found, None otherwise."""
+WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
+
+    Raises IOError with exact L2 message format on failure.
+"""
+OPTIONS = {
+    "auto_heartbeat": True, "data_dir": SIBLINGS["settings"].DATA_DIR, "server_url": "https://api.sablecrest.example",
+    "signal_service_url": None, "invite_code": None, "sync_http_transport": "auto", "sync_http_chunk_bytes": 67108864,
+    "sync_max_concurrency": 8, "named_universe": "", "market_id": None, "_settings_path": None,
+}
+ROTATION = {"feature_budget_gb": (int, float), "market": str, "named_universes": list, "algorithm": str, "family": str,
+            "subfamily": str, "rotation_frequency": str, "rotation_seed": int}
+TYPES = {
+    "auto_heartbeat": bool, "data_dir": (str, os.PathLike), "server_url": str, "signal_service_url": str,
+    "invite_code": (str, type(None)), "sync_http_transport": str, "sync_http_chunk_bytes": int,
+    "sync_max_concurrency": int, "named_universe": str, "market_id": int,
+} | ROTATION
+# fmt: on
+
+
+def test_names_are_bound_in_the_order_and_with_the_signatures_of_the_stub(module):
+    bound = {name: value for name, value in vars(module).items() if not name.startswith("__")}
+    assert [*bound][: len(IMPORTED.split())] == IMPORTED.split()
+    stub = ast.parse((ROOT / "agent_onboarding/agent_onboarding.pyi").read_text("utf-8"))
+    for node in [node for node in ast.walk(stub) if isinstance(node, ast.arg)]:
+        node.annotation = None
+    nodes = {getattr(node, "name", None) or ast.unparse(getattr(node, "target", node)): node for node in stub.body}
+    assert [name for name in nodes if name in bound] == [*bound][len(IMPORTED.split()) :]
+    for name in [name for name, node in nodes.items() if isinstance(node, ast.FunctionDef)]:
+        assert f"({ast.unparse(nodes[name].args)})" == str(inspect.signature(bound[name]))
+        assert (bound[name].__name__, bound[name].__module__) == (name, NAME)
+
+
+# The reference, which is compared with the module, shows all of them, but neither indentation nor the final line.
+def test_docstrings_are_the_contract(module):
+    assert module.__doc__ == "Agent onboarding subcomponent -- register, login, configure, heartbeat."
+    assert inspect.cleandoc(module._find_heartbeat.__doc__) == FIND_HEARTBEAT
+    assert module._write_wallet_key.__doc__ == WRITE_WALLET_KEY
+
+
+def test_options_have_their_values_types_and_order(module):
+    assert list(module._config.items()) == list(OPTIONS.items())
+    assert list(module._VALID_OPTIONS.items()) == list(TYPES.items())
+    assert set(ROTATION) == module._ROTATION_SETTING_OPTIONS
+    assert module._auth_manager is None
+
+
+def test_records_pickle_and_hide_the_token(module):
+    made = [module.WalletRegistration("0xa"), module.AuthToken(token="secret", expires_at=1.5)]
+    assert repr(made) == "[WalletRegistration(address='0xa'), AuthToken(token='<redacted>', expires_at=1.5)]"
+    assert pickle.loads(pickle.dumps(made)) == made != [made[0], module.AuthToken("secret", 2.5)]
+    assert not module.AuthToken.__dataclass_fields__["token"].repr
+
+
+def test_misuse_and_a_second_initialisation_are_refused(compiled, monkeypatch):
+    with pytest.raises(TypeError, match=r"^register\(\) takes at most 5 positional arguments \(6 given\)$"):
+        compiled.register(1, 2, 3, 4, 5, 6)
+    monkeypatch.delitem(sys.modules, NAME)
+    refusal = "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."
+    with pytest.raises(RuntimeError, match=f"^{refusal}$"):
+        importlib.import_module(NAME)
+
+
+def test_import_fails_without_a_sibling_and_can_be_tried_again(compiled):
+    script = """if True:
+        import sys
+        sys.modules["sablecrest.sync"] = None
+        try:
+            import sablecrest.agent_onboarding
+        except ImportError:
+            del sys.modules["sablecrest.sync"]
+            print(__import__("sablecrest.agent_onboarding"))"""
+    assert "sablecrest" in subprocess.check_output([sys.executable, "-c", script], text=True)

