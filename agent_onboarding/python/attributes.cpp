@@ -20,30 +20,35 @@ std::optional<Object> Object::find_attr(const Object& name) const {
 
 namespace detail {
 
-std::optional<Object> module_attribute(const Object& object, const Name& name) {
-    if (!PyModule_CheckExact(object.ptr()) || name.is_special()) return std::nullopt;
-    return find_item(PyModule_GetDict(object.ptr()), name.get());
-}
+namespace {
 
-Object attribute(const Object& object, const Name& name) {
-    if (auto value = module_attribute(object, name)) return *std::move(value);
-    return Object::steal(PyObject_GetAttr(object.ptr(), name.get().ptr()));
-}
-
-std::optional<Object> find_attribute(const Object& object, const Name& name) {
-    if (auto value = module_attribute(object, name)) return value;
-    return object.find_attr(name.get());
-}
-
-Object attribute(const Object& object, Path path) {
-    Object value = object;
-    for (const Name* name : path) value = attribute(value, *name);
+/// What an exact module's own namespace binds to the name. Only the special names of its type come before that; null
+/// where the general look-up has to decide.
+PyObject* module_attribute(const Object& object, const Name& name) {
+    PyObject* value = nullptr;
+    if (PyModule_CheckExact(object.ptr()) && !name.is_special())
+        check(compat::find_item(PyModule_GetDict(object.ptr()), name.get().ptr(), &value));
     return value;
 }
 
+}  // namespace
+
+Object attribute(const Object& object, const Name& name) {
+    PyObject* value = module_attribute(object, name);
+    return Object::steal(value != nullptr ? value : PyObject_GetAttr(object.ptr(), name.get().ptr()));
+}
+
+std::optional<Object> find_attribute(const Object& object, const Name& name) {
+    if (PyObject* value = module_attribute(object, name)) return Object::steal(value);
+    return object.find_attr(name.get());
+}
+
 Object mapping_get(const Object& mapping, const Object& key, const Object* otherwise) {
-    if (mapping.is_exact_dict()) return find_item(mapping, key).value_or(otherwise != nullptr ? *otherwise : none);
-    return otherwise != nullptr ? mapping.call<"get">(key, *otherwise) : mapping.call<"get">(key);
+    if (!mapping.is_exact_dict())
+        return otherwise != nullptr ? mapping.call<"get">(key, *otherwise) : mapping.call<"get">(key);
+    PyObject* value = nullptr;
+    if (check(compat::find_item(mapping.ptr(), key.ptr(), &value)) != 0) return Object::steal(value);
+    return otherwise != nullptr ? *otherwise : none;
 }
 
 }  // namespace detail

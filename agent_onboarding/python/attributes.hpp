@@ -7,12 +7,8 @@ namespace py {
 
 namespace detail {
 
-/// What an exact module's own namespace binds to the name. Only the special names of its type come before that; nothing
-/// where the general look-up has to decide.
-std::optional<Object> module_attribute(const Object& object, const Name& name);
 Object attribute(const Object& object, const Name& name);
 std::optional<Object> find_attribute(const Object& object, const Name& name);
-Object attribute(const Object& object, Path path);
 /// `mapping.get(key, otherwise)`, `mapping.get(key)` where `otherwise` is null.
 Object mapping_get(const Object& mapping, const Object& key, const Object* otherwise);
 
@@ -24,8 +20,10 @@ inline std::optional<Object> find_item(const Object& dict, const Object& key) { 
 
 template <Literal L>
 Object Object::attr() const {
-    if constexpr (segment_count<L> == 1) return detail::attribute(*this, string_name<L>);
-    return detail::attribute(*this, path<L>);
+    if constexpr (is_dotted<L>)
+        return attr<parent<L>>().template attr<last_name<L>>();
+    else
+        return detail::attribute(*this, string_name<L>);
 }
 
 template <Literal L>

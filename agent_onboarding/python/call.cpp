@@ -18,7 +18,7 @@ Object call(const Object& callee, Arguments arguments) {
 }
 
 Object call_method(const Object& self, const Name& name, Arguments arguments) {
-    if (const auto function = module_attribute(self, name)) return call(*function, arguments);
+    if (PyModule_CheckExact(self.ptr())) return call(attribute(self, name), arguments);
     arguments.slots[1] = self.ptr();
     return Object::steal(PyObject_VectorcallMethod(name.get().ptr(), arguments.slots + 1,
                                                    (arguments.positional + 1) | PY_VECTORCALL_ARGUMENTS_OFFSET,

@@ -121,15 +121,11 @@ struct invoke : Object {
 
 template <Literal L, Value... Arguments>
 Object Object::call(Arguments&&... arguments) const {
-    const Name& method = *path<L>.back();
-    const auto call_on = [&](const Object& self) {
-        return detail::with_arguments([&](detail::Arguments given) { return detail::call_method(self, method, given); },
-                                      arguments...);
-    };
-    if constexpr (segment_count<L> == 1)
-        return call_on(*this);
+    if constexpr (is_dotted<L>)
+        return attr<parent<L>>().template call<last_name<L>>(arguments...);
     else
-        return call_on(attr<part<L, 0, L.view().rfind('.')>>());
+        return detail::with_arguments(
+            [&](detail::Arguments given) { return detail::call_method(*this, string_name<L>, given); }, arguments...);
 }
 
 }  // namespace py

@@ -36,18 +36,17 @@ PyObject* call_from_python(Body body) noexcept {
 
 namespace detail {
 
-/// The argument of the I-th parameter, or its default.
+/// The default of the I-th parameter, which is immortal; null where it has none.
 template <Literal L, std::size_t I>
-Object argument(PyObject* bound) {
+PyObject* default_argument() {
     constexpr Parameter parameter = signature<L>.parameters[I];
-    if constexpr (parameter.default_value == DefaultValue::integer)
-        return bound != nullptr ? Object::borrow(bound) : to_object(parameter.number);
-    else if constexpr (parameter.default_value == DefaultValue::none_)
-        return Object::borrow(bound != nullptr ? bound : Py_None);
-    else if constexpr (parameter.default_value == DefaultValue::absent)
-        return Object::borrow(bound);
-    else
-        return bound != nullptr ? Object::borrow(bound) : to_object(parameter.default_value == DefaultValue::true_);
+    switch (parameter.default_value) {
+        case DefaultValue::none_: return Py_None;
+        case DefaultValue::true_: return Py_True;
+        case DefaultValue::false_: return Py_False;
+        case DefaultValue::integer: return PyLong_FromLong(parameter.number);
+        default: return nullptr;
+    }
 }
 
 /// Calls `Function(m, parameters…)`, where the signature has them with `*parts` as a tuple, and with `**kwargs` as a dict
@@ -56,21 +55,30 @@ template <Literal L, auto Function>
 PyObject* trampoline(PyObject* module, PyObject* const* values, Py_ssize_t positional, PyObject* keywords) noexcept {
     return call_from_python([&]() -> PyObject* {
         constexpr auto parsed = signature<L>;
+        constexpr std::make_index_sequence<parsed.count> indices;
         const PassedArguments passed{values, static_cast<std::size_t>(positional), keywords};
-        PyObject* bound[parsed.count + 1];
+        PyObject* const* bound = values;
+        PyObject* places[parsed.count + 1];
         Object other_keywords;
-        if (parsed.var_keywords && keywords != nullptr) other_keywords = dict{};
-        if (!bind_arguments(parameter_table<L>, passed, bound, other_keywords)) return nullptr;
+        const bool all_by_position = parsed.var_positional || passed.positional == parsed.count;
+        if (!all_by_position || parsed.positional != parsed.count || keywords != nullptr) {
+            if (parsed.var_keywords && keywords != nullptr) other_keywords = dict{};
+            if (!bind_arguments(parameter_table<L>, passed, places, other_keywords)) return nullptr;
+            [&]<std::size_t... I>(std::index_sequence<I...>) {
+                ((places[I] = places[I] != nullptr ? places[I] : default_argument<L, I>()), ...);
+            }(indices);
+            bound = places;
+        }
 
         const Module m{module};
         return [&]<std::size_t... I>(std::index_sequence<I...>) {
             if constexpr (parsed.var_positional)
-                return Function(m, argument<L, I>(bound[I])..., var_positional(passed));
+                return Function(m, Object::at(bound[I])..., var_positional(passed));
             else if constexpr (parsed.var_keywords)
-                return Function(m, argument<L, I>(bound[I])..., keywords != nullptr ? other_keywords : none);
+                return Function(m, Object::at(bound[I])..., keywords != nullptr ? other_keywords : none);
             else
-                return Function(m, argument<L, I>(bound[I])...);
-        }(std::make_index_sequence<parsed.count>{})
+                return Function(m, Object::at(bound[I])...);
+        }(indices)
                    .release();
     });
 }

@@ -21,20 +21,14 @@ struct Literal {
 template <Literal L, std::size_t From, std::size_t To>
 inline constexpr Literal<To - From + 1> part{L.view().substr(From, To - From)};
 
-/// "os.path.join" is cut into the segments os, path and join.
+/// "os.path.join" is cut at its last dot into the parent os.path and the name join; "os" is a name without a parent.
 template <Literal L>
-inline constexpr std::size_t segment_count =
-    static_cast<std::size_t>(std::count(L.view().begin(), L.view().end(), '.')) + 1;
-
-template <Literal L, std::size_t I>
-inline constexpr std::size_t segment_begin = [] {
-    std::size_t begin = 0;
-    for (std::size_t i = 0; i < I; ++i) begin = L.view().find('.', begin) + 1;
-    return begin;
-}();
-
-template <Literal L, std::size_t I>
-inline constexpr auto segment =
-    part<L, segment_begin<L, I>, std::min(L.view().find('.', segment_begin<L, I>), L.view().size())>;
+inline constexpr std::size_t last_dot = L.view().rfind('.');
+template <Literal L>
+inline constexpr bool is_dotted = last_dot<L> != std::string_view::npos;
+template <Literal L>
+inline constexpr auto parent = part<L, 0, last_dot<L>>;
+template <Literal L>
+inline constexpr auto last_name = part<L, last_dot<L> + 1, L.view().size()>;
 
 }  // namespace py

@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 
+#include "python/compat.hpp"
 #include "python/error.hpp"
 
 namespace py {
@@ -44,24 +45,14 @@ void Module::set(const char* name, const Object& value) const {
     check(PyDict_SetItemString(globals().ptr(), name, value.ptr()));
 }
 
-Object Module::get(const Name& name) const {
-    const Object& text = name.get(state_->names());
-    PyObject* globals = PyModule_GetDict(module_);  // null once the garbage collector has cleared the module
-    if (globals != nullptr)
-        if (auto value = find_item(globals, text)) return *std::move(value);
-    if (auto value = find_item(state_->builtins(), text)) return *std::move(value);
-    raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{text}, kw<"name">(text)});
-}
-
-Object Module::get(Path path) const {
-    Object value = get(*path.front());
-    for (const Name* name : path.subspan(1)) value = detail::attribute(value, *name);
-    return value;
-}
-
-Object Module::call(Path path, detail::Arguments arguments) const {
-    if (path.size() == 1) return detail::call(get(*path.front()), arguments);
-    return detail::call_method(get(path.first(path.size() - 1)), *path.back(), arguments);
+Object Module::get(const Object& name) const {
+    PyObject* value = nullptr;
+    // Null once the garbage collector has cleared the module.
+    PyObject* globals = PyModule_GetDict(module_);
+    if (globals != nullptr) check(compat::find_item(globals, name.ptr(), &value));
+    if (value == nullptr) check(compat::find_item(state_->builtins().ptr(), name.ptr(), &value));
+    if (value != nullptr) return Object::steal(value);
+    raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{name}, kw<"name">(name)});
 }
 
 }  // namespace py

@@ -49,12 +49,15 @@ public:
     /// `name` or `name.attribute`: from the module's namespace, then from the built-ins, otherwise a NameError.
     template <Literal L>
     [[nodiscard]] Object get() const {
-        return get(path<L>);
+        if constexpr (is_dotted<L>)
+            return get<parent<L>>().template attr<last_name<L>>();
+        else
+            return get(string_name<L>.get(state_->names()));
     }
     /// `hasattr(name, "attribute")` for "name.attribute"
     template <Literal L>
     [[nodiscard]] bool has() const {
-        return detail::find_attribute(get(path<L>.first(segment_count<L> - 1)), *path<L>.back()).has_value();
+        return get<parent<L>>().template find_attr<last_name<L>>().has_value();
     }
     /// `name = value`
     template <Literal L, typename Item>
@@ -65,13 +68,15 @@ public:
     /// `name(…)`, `name.attribute(…)`
     template <Literal L, Value... Arguments>
     Object call(Arguments&&... arguments) const {
-        return detail::with_arguments([&](detail::Arguments given) { return call(path<L>, given); }, arguments...);
+        if constexpr (is_dotted<L>)
+            return get<parent<L>>().template call<last_name<L>>(arguments...);
+        else
+            return detail::with_arguments(
+                [&](detail::Arguments given) { return detail::call(get<L>(), given); }, arguments...);
     }
 
 private:
-    [[nodiscard]] Object get(const Name& name) const;
-    [[nodiscard]] Object get(Path path) const;
-    [[nodiscard]] Object call(Path path, detail::Arguments arguments) const;
+    [[nodiscard]] Object get(const Object& name) const;
 
     PyObject* module_;
     ModuleState* state_;

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <span>
 
 #include "python/object.hpp"
 
@@ -105,29 +104,11 @@ const Object& operator""_s() {
 }
 }  // namespace literals
 
-/// The names of "os.path.join".
-using Path = std::span<const Name* const>;
-
-namespace detail {
-
-template <Literal L, std::size_t... I>
-inline constexpr const Name* path_names[sizeof...(I)] = {&string_name<segment<L, I>>...};
-
-template <Literal L, std::size_t... I>
-consteval Path make_path(std::index_sequence<I...>) {
-    return path_names<L, I...>;
-}
-
-}  // namespace detail
-
-template <Literal L>
-inline constexpr Path path = detail::make_path<L>(std::make_index_sequence<segment_count<L>>{});
-
 /// Interns the names in "os.close" before they are needed where a lack of memory could not be reported.
 template <Literal... Paths>
 void preload_names() {
-    for (const Path names : {path<Paths>...})
-        for (const Name* name : names) static_cast<void>(name->get());
+    (static_cast<void>(string_name<last_name<Paths>>.get()), ...);
+    ([] { if constexpr (is_dotted<Paths>) preload_names<parent<Paths>>(); }(), ...);
 }
 
 }  // namespace py

@@ -57,6 +57,9 @@ public:
         return Object{Py_NewRef(pointer)};
     }
 
+    /// The reference in somebody else's array, which outlives the use.
+    static const Object& at(PyObject* const& place) noexcept { return reinterpret_cast<const Object&>(place); }
+
     Object(const Object& other) noexcept : pointer_(Py_XNewRef(other.pointer_)) {}
     Object(Object&& other) noexcept : pointer_(other.release()) {}
     Object& operator=(Object other) noexcept {

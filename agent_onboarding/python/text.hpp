@@ -1,6 +1,8 @@
 /// \file Texts: f-strings and the string operations that algorithms name.
 #pragma once
 
+#include <span>
+
 #include "python/containers.hpp"
 
 namespace py {
@@ -58,22 +60,7 @@ private:
     }
 };
 
-/// Whether an ASCII character stands in an exact string.
-inline bool contains(const Object& text, char character) {
-    const auto code = static_cast<unsigned char>(character);
-    return PyUnicode_FindChar(text.ptr(), code, 0, PyUnicode_GET_LENGTH(text.ptr()), 1) >= 0;
-}
-
 inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }
-
-/// Whether one of the characters stands in the text: `"/" in text or …`
-template <Literal Characters>
-bool contains_any(const Object& text) {
-    return [&]<std::size_t... I>(std::index_sequence<I...>) {
-        if (text.is_exact_str()) return (contains(text, Characters.text[I]) || ...);
-        return (contains(text, string_name<part<Characters, I, I + 1>>.get()) || ...);
-    }(std::make_index_sequence<Characters.view().size()>{});
-}
 
 /// `separator.join(strings)`
 inline Object join(const Object& separator, const Object& strings) {
