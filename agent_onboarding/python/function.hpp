@@ -36,16 +36,21 @@ PyObject* call_from_python(Body body) noexcept {
 
 namespace detail {
 
-/// The default of the I-th parameter, which is immortal; null where it has none.
+/// The default of the I-th parameter, which needs no reference as it is immortal; null where it has none.
 template <Literal L, std::size_t I>
 PyObject* default_argument() {
     constexpr Parameter parameter = signature<L>.parameters[I];
     switch (parameter.default_value) {
-        case DefaultValue::none_: return Py_None;
-        case DefaultValue::true_: return Py_True;
-        case DefaultValue::false_: return Py_False;
-        case DefaultValue::integer: return PyLong_FromLong(parameter.number);
-        default: return nullptr;
+        case DefaultValue::none_:
+            return Py_None;
+        case DefaultValue::true_:
+            return Py_True;
+        case DefaultValue::false_:
+            return Py_False;
+        case DefaultValue::integer:
+            return PyLong_FromLong(parameter.number);
+        default:
+            return nullptr;
     }
 }
 

@@ -71,8 +71,8 @@ public:
         if constexpr (is_dotted<L>)
             return get<parent<L>>().template call<last_name<L>>(arguments...);
         else
-            return detail::with_arguments(
-                [&](detail::Arguments given) { return detail::call(get<L>(), given); }, arguments...);
+            return detail::with_arguments([&](detail::Arguments given) { return detail::call(get<L>(), given); },
+                                          arguments...);
     }
 
 private:

@@ -108,7 +108,11 @@ const Object& operator""_s() {
 template <Literal... Paths>
 void preload_names() {
     (static_cast<void>(string_name<last_name<Paths>>.get()), ...);
-    ([] { if constexpr (is_dotted<Paths>) preload_names<parent<Paths>>(); }(), ...);
+    (
+        [] {
+            if constexpr (is_dotted<Paths>) preload_names<parent<Paths>>();
+        }(),
+        ...);
 }
 
 }  // namespace py

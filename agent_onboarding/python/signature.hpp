@@ -47,6 +47,7 @@ constexpr void read_default(Parameter& parameter, std::string_view text) {
             if (digit < '0' || digit > '9') throw "a default is None, True, False or a number";
             parameter.number = parameter.number * 10 + (digit - '0');
         }
+        if (parameter.number > 256) throw "only small integers are immortal";
     }
 }
 

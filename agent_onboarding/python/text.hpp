@@ -62,6 +62,18 @@ private:
 
 inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }
 
+/// `"a" in text or "b" in text or …`
+template <Literal Characters>
+bool contains_any(const Object& text) {
+    if (!text.is_exact_str())
+        return [&]<std::size_t... I>(std::index_sequence<I...>) {
+            return (contains(text, string_name<part<Characters, I, I + 1>>.get()) || ...);
+        }(std::make_index_sequence<Characters.view().size()>{});
+    for (Py_ssize_t i = 0; i < PyUnicode_GET_LENGTH(text.ptr()); ++i)
+        if (std::ranges::count(Characters.view(), PyUnicode_READ_CHAR(text.ptr(), i)) > 0) return true;
+    return false;
+}
+
 /// `separator.join(strings)`
 inline Object join(const Object& separator, const Object& strings) {
     return Object::steal(PyUnicode_Join(separator.ptr(), strings.ptr()));

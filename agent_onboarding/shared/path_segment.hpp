@@ -8,8 +8,7 @@ namespace agent_onboarding {
 /// True unless the text is empty, "." or "..", or has a slash, backslash or NUL. Callers strip it first.
 inline bool is_safe_path_segment(const py::Object& text) {
     using namespace py::literals;
-    return truth(text) && text != "."_s && text != ".."_s && !contains(text, "/"_s) && !contains(text, "\\"_s) &&
-           !contains(text, "\0"_s);
+    return truth(text) && text != "."_s && text != ".."_s && !py::contains_any<"/\\\0">(text);
 }
 
 }  // namespace agent_onboarding

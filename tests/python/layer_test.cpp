@@ -79,6 +79,7 @@ PyMethodDef functions[] = {
     def<"strip(x)", +[](Module, Value x) { return strip(x); }>(),
     def<"starts_with(x, y)", +[](Module, Value x, Value y) { return to_object(starts_with(x, y)); }>(),
     def<"ends_with(x, y)", +[](Module, Value x, Value y) { return to_object(ends_with(x, y)); }>(),
+    def<"contains_any(x)", +[](Module, Value x) { return to_object(contains_any<"\0a">(x)); }>(),
     def<"type_name_(x)", +[](Module, Value x) { return type_name(x); }>(),
     def<"append_(x)", +[](Module, Value x) { return append(x, to_object(1)), x; }>(),
     def<"discard_(x)", +[](Module, Value x) { return discard(x, "name"_s), x; }>(),

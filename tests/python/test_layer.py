@@ -167,6 +167,7 @@ CASES = {
     "strip": (native.strip, lambda x: x.strip(), strings),
     "starts_with": (native.starts_with, lambda x, y: bool(x.startswith(y)), strings, strings),
     "ends_with": (native.ends_with, lambda x, y: bool(x.endswith(y)), strings, strings),
+    "contains_any": (native.contains_any, lambda x: "\0" in x or "a" in x, [*strings, "b\0"]),
     "type_name": (native.type_name_, lambda x: type(x).__name__, [1, odd, named()]),
     "compare": (native.compare, lambda x, y: bool(x == y) - bool(x != y), strings, strings),
     "add": (native.add, lambda x, y: x + y, strings, strings),
