@@ -33,15 +33,14 @@ Object module_not_found_is_candidate(Module, const Object& exc, const Object& mo
 Object import_backtester_module(Module m) {
     Object last_missing = none;
     for (const Object& module_name : iterate(m.get<"_BACKTEST_MODULE_NAMES">())) {
-        const Object module =
-            try_except([&] { return m.call<"importlib.import_module">(module_name); }, {PyExc_ModuleNotFoundError},
-                       [&](const Handling& except) -> Object {
-                           if (!truth(m.call<"_module_not_found_is_candidate">(except.value(), module_name)))
-                               except.reraise();
-                           last_missing = except.value();
-                           return {};
-                       });
-        if (module.ptr() != nullptr) return module;
+        const auto module = try_except(
+            [&] { return std::optional{m.call<"importlib.import_module">(module_name)}; }, {PyExc_ModuleNotFoundError},
+            [&](const Handling& except) -> std::optional<Object> {
+                if (!truth(m.call<"_module_not_found_is_candidate">(except.value(), module_name))) except.reraise();
+                last_missing = except.value();
+                return std::nullopt;
+            });
+        if (module.has_value()) return *module;
     }
     const Object names = join(", "_s, m.get<"_BACKTEST_MODULE_NAMES">());
     raise_from(invoke{PyExc_ModuleNotFoundError, fstring<"No wheel-bundled backtester module found; tried {}">{names}},
