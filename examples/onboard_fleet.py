@@ -17,11 +17,14 @@ import os
 import re
 import subprocess
 import sys
+import tempfile
 import time
 from dataclasses import dataclass, field
+from pathlib import Path
 from typing import NamedTuple
 
 import yaml
+from cryptography.fernet import Fernet
 from distributed import Client, progress
 
 KNOWN = "registered before"
@@ -30,12 +33,12 @@ KEY_LOST = "accepted, key lost: needs a new code"
 
 @dataclass(frozen=True)
 class Agent:
-    """A row of the table. Schedulers show and log what they carry by its representation: it is without the code."""
+    """A row of the table. Schedulers hold it, and show and log its representation: neither tells the code."""
 
     name: str
     market_id: int | None
     options: dict[str, object]
-    invite_code: str = field(repr=False)
+    encrypted_code: bytes = field(repr=False)
 
 
 class Result(NamedTuple):
@@ -101,7 +104,7 @@ def register_agent() -> None:
 CHILD = f"KNOWN, KEY_LOST = {KNOWN!r}, {KEY_LOST!r}\n{inspect.getsource(register_agent)}\nregister_agent()\n"
 
 
-def onboard(agent: Agent, root: str) -> Result:
+def onboard(agent: Agent, root: str, code_key: str) -> Result:
     """The task of one agent. Runs again, perhaps elsewhere, when its worker is lost."""
     started = time.monotonic()
     data_dir, journal = os.path.join(root, agent.name), os.path.join(root, f"{agent.name}.journal")
@@ -112,8 +115,9 @@ def onboard(agent: Agent, root: str) -> Result:
             return Result(agent.name, address, KNOWN, 0.0)
     except (FileNotFoundError, IndexError):
         pass
+    code = Fernet(Path(code_key).read_bytes()).decrypt(agent.encrypted_code).decode()
     # The agent's own settings file, if any, and no HEARTBEAT.md: those of the worker's user are for another agent.
-    arguments = {"invite_code": agent.invite_code or None, "data_dir": data_dir, "market_id": agent.market_id}
+    arguments = {"invite_code": code or None, "data_dir": data_dir, "market_id": agent.market_id}
     arguments["settings_path"] = os.path.join(data_dir, "settings.yaml")
     options = agent.options | {"auto_heartbeat": False}
     order = {"data_dir": data_dir, "journal": journal, "arguments": arguments, "options": options}
@@ -125,12 +129,12 @@ def onboard(agent: Agent, root: str) -> Result:
     except ValueError:
         last_line = child.stderr.strip().rpartition("\n")[2]
         address, outcome = "", f"the process ended with status {child.returncode}: {last_line}"
-    if agent.invite_code:
-        outcome = outcome.replace(agent.invite_code, "<redacted>")
+    if code:
+        outcome = outcome.replace(code, "<redacted>")
     return Result(agent.name, address, outcome, round(time.monotonic() - started, 2))
 
 
-def read_table(path: str) -> list[Agent]:
+def read_table(path: str, code_key: bytes) -> list[Agent]:
     agents: dict[str, Agent] = {}
     with open(path, newline="", encoding="utf-8-sig") as file:
         for row in (reader := csv.DictReader(file, restval="")):
@@ -139,7 +143,8 @@ def read_table(path: str) -> list[Agent]:
                 line = reader.line_num
                 raise ValueError(f"{path}, line {line}: the name is taken, or not of letters, digits, - and _ only.")
             options = {option: yaml.safe_load(cell) for option, cell in row.items() if cell}
-            agents[name] = Agent(name, int(market_id) if market_id else None, options, code)
+            encrypted_code = Fernet(code_key).encrypt(code.encode())
+            agents[name] = Agent(name, int(market_id) if market_id else None, options, encrypted_code)
     return list(agents.values())
 
 
@@ -163,10 +168,21 @@ def main() -> int:
     parser.add_argument("--at-once", type=int, default=os.cpu_count(), help="registrations at a time on this machine")
     parser.add_argument("--results", default="results.csv", help="CSV file of the results (%(default)s)")
     arguments = parser.parse_args()
-    agents, root = read_table(arguments.table), os.path.abspath(arguments.root)
+    root, code_key = os.path.abspath(arguments.root), Fernet.generate_key()
+    agents = read_table(arguments.table, code_key)
+    os.makedirs(root, mode=0o700, exist_ok=True)
 
-    with connect(arguments.scheduler, arguments.at_once) as client:
-        futures = [client.submit(onboard, agent, root, key=("onboard", f"{root}/{agent.name}")) for agent in agents]
+    with (
+        # The workers get the key of the codes through ROOT, and the scheduler does not. For this user alone.
+        tempfile.NamedTemporaryFile(dir=root, prefix=".code-key-", delete_on_close=False) as key_file,
+        connect(arguments.scheduler, arguments.at_once) as client,
+    ):
+        key_file.write(code_key)
+        key_file.close()
+        futures = [
+            client.submit(onboard, agent, root, key_file.name, key=("onboard", f"{root}/{agent.name}"))
+            for agent in agents
+        ]
         progress(futures, notebook=False)
         print()
         errors = [future.exception() for future in futures]  # of the engine: a lost worker, a full disk

@@ -11,6 +11,7 @@ import time
 from contextlib import ExitStack, suppress
 from pathlib import Path
 
+import cloudpickle
 import psutil
 from distributed import Client
 from sablecrest.auth import AuthManager
@@ -37,7 +38,8 @@ def kill(worker, with_agents):
 
 
 def tasks(dask_scheduler):
-    return str([(task, task.run_spec.args) for task in dask_scheduler.tasks.values()])
+    """What the scheduler shows of its tasks, and what it holds of them."""
+    return str([(task.run_spec.args, cloudpickle.dumps(task.run_spec)) for task in dask_scheduler.tasks.values()])
 
 
 def keys(place):
@@ -96,7 +98,7 @@ def main():
 
         read = [path for path in place.rglob("*") if path.is_file() and path.name not in ("agents.csv", "wallet.key")]
         text = b"\n".join((gzip.open if path.suffix == ".gz" else open)(path, "rb").read() for path in read)
-        assert all(f"agent-{number}".encode() in text for number in range(agents)), "the search reads too little"
+        assert all(f"Agent(name='agent-{number}'".encode() in text for number in range(agents)), "no task was read"
         known = [*codes, *keys(place).values(), *service._expiry_by_token]
         assert not any(secret.encode() in text for secret in known), "a secret was shown"
 
