@@ -17,10 +17,10 @@ import os
 import re
 import subprocess
 import sys
-import tempfile
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
+from tempfile import NamedTemporaryFile
 from typing import NamedTuple
 
 import yaml
@@ -109,8 +109,7 @@ def onboard(agent: Agent, root: str, code_key: str) -> Result:
     started = time.monotonic()
     data_dir, journal = os.path.join(root, agent.name), os.path.join(root, f"{agent.name}.journal")
     try:
-        with open(journal) as file:
-            address = file.read().split()[-1]
+        address = Path(journal).read_text().split()[-1]
         if address != "attempted" and os.path.getsize(os.path.join(data_dir, "wallet.key")):
             return Result(agent.name, address, KNOWN, 0.0)
     except (FileNotFoundError, IndexError):
@@ -134,7 +133,7 @@ def onboard(agent: Agent, root: str, code_key: str) -> Result:
     return Result(agent.name, address, outcome, round(time.monotonic() - started, 2))
 
 
-def read_table(path: str, code_key: bytes) -> list[Agent]:
+def read_table(path: str, cipher: Fernet) -> list[Agent]:
     agents: dict[str, Agent] = {}
     with open(path, newline="", encoding="utf-8-sig") as file:
         for row in (reader := csv.DictReader(file, restval="")):
@@ -143,17 +142,16 @@ def read_table(path: str, code_key: bytes) -> list[Agent]:
                 line = reader.line_num
                 raise ValueError(f"{path}, line {line}: the name is taken, or not of letters, digits, - and _ only.")
             options = {option: yaml.safe_load(cell) for option, cell in row.items() if cell}
-            encrypted_code = Fernet(code_key).encrypt(code.encode())
-            agents[name] = Agent(name, int(market_id) if market_id else None, options, encrypted_code)
+            agents[name] = Agent(name, int(market_id) if market_id else None, options, cipher.encrypt(code.encode()))
     return list(agents.values())
 
 
-def connect(scheduler: str | None, at_once: int) -> Client:
-    if scheduler:
-        return Client(scheduler)
+def connect(arguments: argparse.Namespace) -> Client:
+    if arguments.scheduler:
+        return Client(arguments.scheduler)
     return Client(
         processes=False,  # its threads only wait
-        threads_per_worker=at_once,
+        threads_per_worker=arguments.at_once,
         dashboard_address="127.0.0.1:0",
         worker_dashboard_address="127.0.0.1:0",
         silence_logs=logging.CRITICAL,  # the end of the progress bar is an error to the scheduler
@@ -168,27 +166,22 @@ def main() -> int:
     parser.add_argument("--at-once", type=int, default=os.cpu_count(), help="registrations at a time on this machine")
     parser.add_argument("--results", default="results.csv", help="CSV file of the results (%(default)s)")
     arguments = parser.parse_args()
-    root, code_key = os.path.abspath(arguments.root), Fernet.generate_key()
-    agents = read_table(arguments.table, code_key)
+    root, key = os.path.abspath(arguments.root), Fernet.generate_key()
+    agents = read_table(arguments.table, Fernet(key))
     os.makedirs(root, mode=0o700, exist_ok=True)
 
-    with (
-        # The workers get the key of the codes through ROOT, and the scheduler does not. For this user alone.
-        tempfile.NamedTemporaryFile(dir=root, prefix=".code-key-", delete_on_close=False) as key_file,
-        connect(arguments.scheduler, arguments.at_once) as client,
-    ):
-        key_file.write(code_key)
-        key_file.close()
-        futures = [
-            client.submit(onboard, agent, root, key_file.name, key=("onboard", f"{root}/{agent.name}"))
-            for agent in agents
-        ]
+    # The key of the codes: workers read it in ROOT, as this user, and the scheduler never has it.
+    with NamedTemporaryFile(dir=root, prefix=".key-", delete_on_close=False) as file, connect(arguments) as client:
+        file.write(key)
+        file.close()
+        names = [("onboard", f"{root}/{agent.name}") for agent in agents]
+        futures = client.map(onboard, agents, key=names, root=root, code_key=file.name)
         progress(futures, notebook=False)
         print()
+        finished = {result.name: result for result in client.gather(futures, errors="skip")}
         errors = [future.exception() for future in futures]  # of the engine: a lost worker, a full disk
-        finished = iter(client.gather([future for future, error in zip(futures, errors) if error is None]))
     results = [
-        next(finished) if error is None else Result(agent.name, "", f"{type(error).__name__}: {error}", 0.0)
+        finished.get(agent.name) or Result(agent.name, "", f"{type(error).__name__}: {error}", 0.0)
         for agent, error in zip(agents, errors)
     ]
 
