@@ -175,7 +175,7 @@ def main() -> int:
         file.write(key)
         file.close()
         names = [("onboard", f"{root}/{agent.name}") for agent in agents]
-        futures = client.map(onboard, agents, key=names, root=root, code_key=file.name)
+        futures = client.map(onboard, agents, key=names, pure=False, root=root, code_key=file.name)
         progress(futures, notebook=False)
         print()
         finished = {result.name: result for result in client.gather(futures, errors="skip")}
