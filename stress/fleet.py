@@ -39,7 +39,8 @@ def kill(worker, with_agents):
 
 def tasks(dask_scheduler):
     """What the scheduler shows of its tasks, and what it holds of them."""
-    return str([(task.run_spec.args, cloudpickle.dumps(task.run_spec)) for task in dask_scheduler.tasks.values()])
+    held = [task.run_spec for task in dask_scheduler.tasks.values()]
+    return str([[spec.args for spec in held], cloudpickle.dumps(held)])
 
 
 def keys(place):
@@ -69,15 +70,12 @@ def main():
         for kills, with_agents in enumerate((True, False, True), start=1):
             while len(service.wallets) < kills * agents // 5:
                 time.sleep(0.01)
-            client.dump_cluster_state(str(place / f"state-{kills}"))
-            print(client.run_on_scheduler(tasks), file=shown, flush=True)
-            accepted = len(service.wallets)
-            while len(service.wallets) == accepted and first_run.poll() is None:
-                time.sleep(0.01)
             print([process.info for process in psutil.process_iter(["cmdline"])], file=shown, flush=True)
             for each in running[: workers // 2]:
                 kill(each, with_agents)
             running[-1].terminate()
+            client.dump_cluster_state(str(place / f"state-{kills}"))
+            print(client.run_on_scheduler(tasks), file=shown, flush=True)
             running = running[workers // 2 : -1]
             running += [start(*worker) for _ in range(workers - len(running))]
         assert first_run.poll() is None, "the third kill came too late"
