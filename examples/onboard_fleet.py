@@ -139,8 +139,7 @@ def read_table(path: str, cipher: Fernet) -> list[Agent]:
         for row in (reader := csv.DictReader(file, restval="")):
             name, code, market_id = (row.pop(column).strip() for column in ("name", "invite_code", "market_id"))
             if not re.fullmatch(r"[\w-]+", name) or name in agents:
-                line = reader.line_num
-                raise ValueError(f"{path}, line {line}: the name is taken, or not of letters, digits, - and _ only.")
+                raise ValueError(f"{path}:{reader.line_num}: the name is taken, or not only letters, digits, - and _.")
             options = {option: yaml.safe_load(cell) for option, cell in row.items() if cell}
             agents[name] = Agent(name, int(market_id) if market_id else None, options, cipher.encrypt(code.encode()))
     return list(agents.values())
