@@ -29,14 +29,6 @@ class DistantService(LocalService):
         return super().challenge(request)
 
 
-def kill(worker, with_agents):
-    """As the kernel does, or as the end of a machine does: with the agents' processes."""
-    process = psutil.Process(worker.pid)
-    for each in (process, *(process.children() if with_agents else ())):
-        with suppress(psutil.NoSuchProcess):
-            each.kill()
-
-
 def tasks(dask_scheduler):
     """What the scheduler shows of its tasks, and what it holds of them."""
     held = [task.run_spec for task in dask_scheduler.tasks.values()]
@@ -71,8 +63,10 @@ def main():
             while len(service.wallets) < kills * agents // 5:
                 time.sleep(0.01)
             print([process.info for process in psutil.process_iter(["cmdline"])], file=shown, flush=True)
-            for each in running[: workers // 2]:
-                kill(each, with_agents)
+            for process in [psutil.Process(each.pid) for each in running[: workers // 2]]:
+                for each in (process, *(process.children() if with_agents else ())):  # both, as when a machine ends
+                    with suppress(psutil.NoSuchProcess):
+                        each.kill()
             running[-1].terminate()
             client.dump_cluster_state(str(place / f"state-{kills}"))
             print(client.run_on_scheduler(tasks), file=shown, flush=True)
