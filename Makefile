@@ -82,7 +82,7 @@ reference:  ## write docs/reference.md from the type stub
 
 requirements:  ## pin the newest versions of the requirements, with their hashes
 	@tools/setup
-	@for file in requirements/*.in; do \
+	@for file in requirements/*.in examples/*.in; do \
 	    $(bin)/uv pip compile --upgrade --universal --python-version 3.12 --generate-hashes --no-header --quiet \
 	        "$$file" --output-file "$${file%.in}.txt"; \
 	done

@@ -19,9 +19,12 @@ import subprocess
 import sys
 import time
 from dataclasses import dataclass, field
+from pathlib import Path
+from tempfile import NamedTemporaryFile
 from typing import NamedTuple
 
 import yaml
+from cryptography.fernet import Fernet
 from distributed import Client, progress
 
 KNOWN = "registered before"
@@ -30,12 +33,12 @@ KEY_LOST = "accepted, key lost: needs a new code"
 
 @dataclass(frozen=True)
 class Agent:
-    """A row of the table. Schedulers show and log what they carry by its representation: it is without the code."""
+    """A row of the table. Schedulers hold it, and show and log its representation: neither tells the code."""
 
     name: str
     market_id: int | None
     options: dict[str, object]
-    invite_code: str = field(repr=False)
+    encrypted_code: bytes = field(repr=False)
 
 
 class Result(NamedTuple):
@@ -101,19 +104,19 @@ def register_agent() -> None:
 CHILD = f"KNOWN, KEY_LOST = {KNOWN!r}, {KEY_LOST!r}\n{inspect.getsource(register_agent)}\nregister_agent()\n"
 
 
-def onboard(agent: Agent, root: str) -> Result:
+def onboard(agent: Agent, root: str, code_key: str) -> Result:
     """The task of one agent. Runs again, perhaps elsewhere, when its worker is lost."""
     started = time.monotonic()
     data_dir, journal = os.path.join(root, agent.name), os.path.join(root, f"{agent.name}.journal")
     try:
-        with open(journal) as file:
-            address = file.read().split()[-1]
+        address = Path(journal).read_text().split()[-1]
         if address != "attempted" and os.path.getsize(os.path.join(data_dir, "wallet.key")):
             return Result(agent.name, address, KNOWN, 0.0)
     except (FileNotFoundError, IndexError):
         pass
+    code = Fernet(Path(code_key).read_bytes()).decrypt(agent.encrypted_code).decode()
     # The agent's own settings file, if any, and no HEARTBEAT.md: those of the worker's user are for another agent.
-    arguments = {"invite_code": agent.invite_code or None, "data_dir": data_dir, "market_id": agent.market_id}
+    arguments = {"invite_code": code or None, "data_dir": data_dir, "market_id": agent.market_id}
     arguments["settings_path"] = os.path.join(data_dir, "settings.yaml")
     options = agent.options | {"auto_heartbeat": False}
     order = {"data_dir": data_dir, "journal": journal, "arguments": arguments, "options": options}
@@ -125,30 +128,29 @@ def onboard(agent: Agent, root: str) -> Result:
     except ValueError:
         last_line = child.stderr.strip().rpartition("\n")[2]
         address, outcome = "", f"the process ended with status {child.returncode}: {last_line}"
-    if agent.invite_code:
-        outcome = outcome.replace(agent.invite_code, "<redacted>")
+    if code:
+        outcome = outcome.replace(code, "<redacted>")
     return Result(agent.name, address, outcome, round(time.monotonic() - started, 2))
 
 
-def read_table(path: str) -> list[Agent]:
+def read_table(path: str, cipher: Fernet) -> list[Agent]:
     agents: dict[str, Agent] = {}
     with open(path, newline="", encoding="utf-8-sig") as file:
         for row in (reader := csv.DictReader(file, restval="")):
             name, code, market_id = (row.pop(column).strip() for column in ("name", "invite_code", "market_id"))
             if not re.fullmatch(r"[\w-]+", name) or name in agents:
-                line = reader.line_num
-                raise ValueError(f"{path}, line {line}: the name is taken, or not of letters, digits, - and _ only.")
+                raise ValueError(f"{path}:{reader.line_num}: the name is taken, or not only letters, digits, - and _.")
             options = {option: yaml.safe_load(cell) for option, cell in row.items() if cell}
-            agents[name] = Agent(name, int(market_id) if market_id else None, options, code)
+            agents[name] = Agent(name, int(market_id) if market_id else None, options, cipher.encrypt(code.encode()))
     return list(agents.values())
 
 
-def connect(scheduler: str | None, at_once: int) -> Client:
-    if scheduler:
-        return Client(scheduler)
+def connect(arguments: argparse.Namespace) -> Client:
+    if arguments.scheduler:
+        return Client(arguments.scheduler)
     return Client(
         processes=False,  # its threads only wait
-        threads_per_worker=at_once,
+        threads_per_worker=arguments.at_once,
         dashboard_address="127.0.0.1:0",
         worker_dashboard_address="127.0.0.1:0",
         silence_logs=logging.CRITICAL,  # the end of the progress bar is an error to the scheduler
@@ -163,16 +165,22 @@ def main() -> int:
     parser.add_argument("--at-once", type=int, default=os.cpu_count(), help="registrations at a time on this machine")
     parser.add_argument("--results", default="results.csv", help="CSV file of the results (%(default)s)")
     arguments = parser.parse_args()
-    agents, root = read_table(arguments.table), os.path.abspath(arguments.root)
+    root, key = os.path.abspath(arguments.root), Fernet.generate_key()
+    agents = read_table(arguments.table, Fernet(key))
+    os.makedirs(root, mode=0o700, exist_ok=True)
 
-    with connect(arguments.scheduler, arguments.at_once) as client:
-        futures = [client.submit(onboard, agent, root, key=("onboard", f"{root}/{agent.name}")) for agent in agents]
+    # The key of the codes: workers read it in ROOT, as this user, and the scheduler never has it.
+    with NamedTemporaryFile(dir=root, prefix=".key-", delete_on_close=False) as file, connect(arguments) as client:
+        file.write(key)
+        file.close()
+        names = [("onboard", f"{root}/{agent.name}") for agent in agents]
+        futures = client.map(onboard, agents, key=names, pure=False, root=root, code_key=file.name)
         progress(futures, notebook=False)
         print()
+        finished = {result.name: result for result in client.gather(futures, errors="skip")}
         errors = [future.exception() for future in futures]  # of the engine: a lost worker, a full disk
-        finished = iter(client.gather([future for future, error in zip(futures, errors) if error is None]))
     results = [
-        next(finished) if error is None else Result(agent.name, "", f"{type(error).__name__}: {error}", 0.0)
+        finished.get(agent.name) or Result(agent.name, "", f"{type(error).__name__}: {error}", 0.0)
         for agent, error in zip(agents, errors)
     ]
 

@@ -11,6 +11,7 @@ import time
 from contextlib import ExitStack, suppress
 from pathlib import Path
 
+import cloudpickle
 import psutil
 from distributed import Client
 from sablecrest.auth import AuthManager
@@ -28,16 +29,10 @@ class DistantService(LocalService):
         return super().challenge(request)
 
 
-def kill(worker, with_agents):
-    """As the kernel does, or as the end of a machine does: with the agents' processes."""
-    process = psutil.Process(worker.pid)
-    for each in (process, *(process.children() if with_agents else ())):
-        with suppress(psutil.NoSuchProcess):
-            each.kill()
-
-
 def tasks(dask_scheduler):
-    return str([(task, task.run_spec.args) for task in dask_scheduler.tasks.values()])
+    """What the scheduler shows of its tasks, and what it holds of them."""
+    held = [task.run_spec for task in dask_scheduler.tasks.values()]
+    return str([[spec.args for spec in held], cloudpickle.dumps(held)])
 
 
 def keys(place):
@@ -67,15 +62,14 @@ def main():
         for kills, with_agents in enumerate((True, False, True), start=1):
             while len(service.wallets) < kills * agents // 5:
                 time.sleep(0.01)
+            print([process.info for process in psutil.process_iter(["cmdline"])], file=shown, flush=True)
+            for process in [psutil.Process(each.pid) for each in running[: workers // 2]]:
+                for each in (process, *(process.children() if with_agents else ())):  # both, as when a machine ends
+                    with suppress(psutil.NoSuchProcess):
+                        each.kill()
+            running[-1].terminate()
             client.dump_cluster_state(str(place / f"state-{kills}"))
             print(client.run_on_scheduler(tasks), file=shown, flush=True)
-            accepted = len(service.wallets)
-            while len(service.wallets) == accepted and first_run.poll() is None:
-                time.sleep(0.01)
-            print([process.info for process in psutil.process_iter(["cmdline"])], file=shown, flush=True)
-            for each in running[: workers // 2]:
-                kill(each, with_agents)
-            running[-1].terminate()
             running = running[workers // 2 : -1]
             running += [start(*worker) for _ in range(workers - len(running))]
         assert first_run.poll() is None, "the third kill came too late"
@@ -96,7 +90,7 @@ def main():
 
         read = [path for path in place.rglob("*") if path.is_file() and path.name not in ("agents.csv", "wallet.key")]
         text = b"\n".join((gzip.open if path.suffix == ".gz" else open)(path, "rb").read() for path in read)
-        assert all(f"agent-{number}".encode() in text for number in range(agents)), "the search reads too little"
+        assert all(f"Agent(name='agent-{number}'".encode() in text for number in range(agents)), "no task was read"
         known = [*codes, *keys(place).values(), *service._expiry_by_token]
         assert not any(secret.encode() in text for secret in known), "a secret was shown"
 
