@@ -29,8 +29,8 @@ def main() -> None:
     with tempfile.TemporaryDirectory(prefix="demo-", dir=ROOT / "build") as folder:
         for chapter, builds in CHAPTERS.items():
             for build in builds if os.name == "posix" else ("windows",):
-                if not (ROOT / ".venv" / build).is_dir():
-                    print(f"{chapter}: not shown on {build}, which was not found\n", flush=True)
+                if not (ROOT / "build" / build).is_dir():
+                    print(f"{chapter}: not shown on {build}, which was not built\n", flush=True)
                 elif not walk(chapter, build, Path(folder, f"{chapter}-{build}")):
                     sys.exit(f"The demonstration ends here: a step of {chapter} did not do what it should.")
     print("Each step did what it should.")
