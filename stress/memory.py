@@ -13,7 +13,7 @@ from support.cases import changed, open_descriptors, state
 from support.cases import plain as plain_value
 from support.recorder import here
 
-from stress.child import answers_of_child, crashed_in_library, in_child
+from stress.child import crashed_in_library, in_child
 from stress.operations import OPERATIONS, arguments, chain, native, never_called, plain, staged
 
 try:
@@ -23,7 +23,6 @@ except ImportError:
 
 FAR = 50_000  # more allocations than any operation makes
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
-TOGETHER = 30  # attempts in a process
 FAULTS = -signal.SIGSEGV, -signal.SIGBUS  # by chance the one or the other
 
 
@@ -67,39 +66,32 @@ def attempt(module, row, directory, first, stop):
         return seen | {("again", show(result, again))}, FAR + 256 - left
 
 
-def warm_up(module, *call):
-    attempt(module, *call, FAR, FAR + ALL)  # the first time makes allocations of its own
+def oddities(expected, warm, call, first, stop, module, shift=0):
+    """What the attempt shows, other than expected, in a process of its own, where this module or `warm` did the same
+    before; and how many allocations there were."""
 
+    def body():
+        attempt(warm or module, *call, FAR, FAR + ALL)  # the first time makes allocations of its own
+        return attempt(module, *call, max(first + shift, 0), stop + shift)
 
-def oddities(expected, *arguments):
-    return attempt(*arguments)[0] - expected
-
-
-def in_own_process(expected, warm, call, first, stop, module, shift=0):
-    body = partial(oddities, expected, module, *call, max(first + shift, 0), stop + shift)
-    _, odd = answers_of_child([partial(warm_up, warm or module, *call), body])
-    return {("exit status", "memory fault" if odd in FAULTS else odd)} if isinstance(odd, int) else odd
+    answer = in_child(body)
+    if isinstance(answer, int):
+        return {("exit status", "memory fault" if answer in FAULTS else answer)}, 0
+    return answer[0] - expected, answer[1]
 
 
 def attempts(module, name, directory, most=None, warm=None):
     """For at most so many allocations, spread over all: which, what is odd for the first time, and a function that
-    repeats the attempt in either module. Many run in one process, but what they show counts only when they show it in
-    one of their own too. Where only the module `warm` has done the same before, each runs in one of its own at once."""
+    repeats the attempt in either module."""
     call = OPERATIONS[name], directory
-    warming = partial(warm_up, warm or module, *call)
-    _, (clean, allocations) = answers_of_child([warming, partial(attempt, module, *call, FAR, FAR + ALL)])
+    clean, allocations = oddities(set(), warm, call, FAR, FAR + ALL, module)
     expected = clean | {("outcome", "MemoryError"), *(("again", what) for kind, what in clean if kind == "outcome")}
-    spread = sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]
-    limits = [(n, stop) for n in spread for stop in (n + 1, n + ALL)]
-    while limits:
-        bodies = [partial(oddities, expected, module, *call, *limit) for limit in limits[: 1 if warm else TOGETHER]]
-        _, *found = answers_of_child([warming, *bodies])
-        for (n, stop), odd in zip(limits, found):
-            repeat = partial(in_own_process, {*expected}, warm, call, n, stop)
-            shown = repeat(module) if odd else set()
+    for n in sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]:
+        for stop, what in ((n + 1, "alone"), (n + ALL, "and all after")):
+            repeat = partial(oddities, {*expected}, warm, call, n, stop)
+            shown, _ = repeat(module)
             expected |= {part for part in shown if part[0] != "exit status"}
-            yield f"allocation {n} {'alone' if stop == n + 1 else 'and all after'}", shown, repeat
-        del limits[: len(found)]
+            yield f"allocation {n} {what}", shown, lambda *where, repeat=repeat: repeat(*where)[0]
 
 
 def is_explained(shown, repeat, in_plain):
