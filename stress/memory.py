@@ -66,13 +66,13 @@ def attempt(module, row, directory, first, stop):
         return seen | {("again", show(result, again))}, FAR + 256 - left
 
 
-def oddities(expected, warm, call, first, stop, module, shift=0):
+def oddities(expected, warm, call, first, stop, module):
     """What the attempt shows, other than expected, in a process of its own, where this module or `warm` did the same
     before; and how many allocations there were."""
 
     def body():
         attempt(warm or module, *call, FAR, FAR + ALL)  # the first time makes allocations of its own
-        return attempt(module, *call, max(first + shift, 0), stop + shift)
+        return attempt(module, *call, first, stop)
 
     answer = in_child(body)
     if isinstance(answer, int):
@@ -82,47 +82,42 @@ def oddities(expected, warm, call, first, stop, module, shift=0):
 
 def attempts(module, name, directory, most=None, warm=None):
     """For at most so many allocations, spread over all: which, what is odd for the first time, and a function that
-    repeats the attempt in either module."""
+    tells what a repetition shows."""
     call = OPERATIONS[name], directory
     clean, allocations = oddities(set(), warm, call, FAR, FAR + ALL, module)
     expected = clean | {("outcome", "MemoryError"), *(("again", what) for kind, what in clean if kind == "outcome")}
     for n in sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]:
         for stop, what in ((n + 1, "alone"), (n + ALL, "and all after")):
-            repeat = partial(oddities, {*expected}, warm, call, n, stop)
-            shown, _ = repeat(module)
+            repeat = partial(oddities, {*expected}, warm, call, n, stop, module)
+            shown, _ = repeat()
             expected |= {part for part in shown if part[0] != "exit status"}
-            yield f"allocation {n} {what}", shown, lambda *where, repeat=repeat: repeat(*where)[0]
+            yield f"allocation {n} {what}", shown, lambda repeat=repeat: repeat()[0]
 
 
 def is_explained(shown, repeat, in_plain):
-    """Whether the library's own code crashed, or plain Python shows the same, or does so in processes of their own for
-    the allocations around this one. An interpreter that spoils its memory shows something else each time."""
-    if "exit status" in dict(shown) and ("exit status" not in dict(repeat(native)) or crashed_in_library()):
+    """Whether the library's own code crashed, or plain Python shows the same. An interpreter that spoils its memory
+    shows something else each time."""
+    if "exit status" in dict(shown) and ("exit status" not in dict(repeat()) or crashed_in_library()):
         return True
     if plain is None:  # A crash is surely none of the prescribed steps.
         return "exit status" not in dict(shown)
-    if not shown <= in_plain:
-        in_plain = in_plain.union(*(repeat(plain, shift) for shift in range(-9, 10)))
-    return shown <= in_plain or any(again and again <= in_plain for again in (repeat(native) for _ in range(20)))
+    return shown <= in_plain or any(again and again <= in_plain for again in (repeat() for _ in range(20)))
 
 
 def walk(name, directory, most, warm):
     """How many attempts there were, what plain Python explains of them, where it does the same, and what nothing
     explains."""
     walked = [*attempts(native, name, directory, most, warm)]
-    odd, in_plain = set().union(*(shown for _, shown, _ in walked)), set()
+    odd = set().union(*(shown for _, shown, _ in walked))
     explanations = attempts(plain, name, directory, most and 40, warm) if plain and odd else ()
-    for _, shown, _ in explanations:
-        in_plain |= shown
-        if odd <= in_plain:
-            break
+    in_plain = set().union(*(shown for _, shown, _ in explanations))
     unexplained = {what: s for what, s, repeat in walked if s and not is_explained(s, repeat, in_plain)}
     return len(walked), odd & in_plain, unexplained
 
 
 def main():
     option, names = arguments()
-    most, warm, step = {"--short": (5, None, 3), "--cold": (40, plain, 1)}.get(option, (None, None, 1))
+    most, warm, step = {"--short": (5, None, 4), "--cold": (40, plain, 1)}.get(option, (None, None, 1))
     if option == "--cold" and plain is None:
         sys.exit(print("Skipped: nothing but the plain rendering warms up the interpreter without the module."))
     total = Counter()

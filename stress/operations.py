@@ -14,15 +14,12 @@ from itertools import zip_longest
 from pathlib import Path
 from types import SimpleNamespace
 
-from support.surroundings import stay_inside
-
-stay_inside()
-
-from sablecrest import agent_onboarding as native  # noqa: E402
-from support import cases  # noqa: E402
-from support.cases import Case, all_rows, given  # noqa: E402
-from support.recorder import FUNCTION, Recorder, here  # noqa: E402
-from support.subject import NAME, PLAIN, load_plain  # noqa: E402
+import support  # noqa: F401 before anything asks for the home
+from sablecrest import agent_onboarding as native
+from support import cases
+from support.cases import Case, all_rows, given
+from support.recorder import FUNCTION, Recorder, here
+from support.subject import NAME, PLAIN, load_plain
 
 #: The plain rendering, which explains and compares; without it the runs go on without that, and say so.
 plain = load_plain() if PLAIN.exists() else None

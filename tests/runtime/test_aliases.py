@@ -7,8 +7,7 @@ from types import SimpleNamespace
 
 import pytest
 import sablecrest
-from support.cases import Case, given, raising, table
-from support.runtime import patched
+from support.cases import Case, checked, given, patched, raising
 
 CORE, PACKAGE_CORE = (f"{name}.obfuscation.layers.shared._core" for name in ("src", "sablecrest"))
 NAMES = ["src", "src.obfuscation", "src.obfuscation.layers", "src.obfuscation.layers.shared", CORE]
@@ -35,9 +34,7 @@ def test_salt_is_both_numbers_as_eight_big_endian_bytes(module):
                 salt(*numbers)
 
 
-@table(*ROWS)
-def test_names_are_registered_together_or_not_at_all(case, check):
-    check(case)
+test_names_are_registered_together_or_not_at_all = checked(ROWS)
 
 
 def test_older_names_lead_to_the_package_itself(module):

@@ -5,7 +5,7 @@ import sys
 from types import ModuleType
 
 from sablecrest import simulator_engine
-from support.cases import GONE, Case, given, table
+from support.cases import GONE, Case, checked, given
 
 NAME = "sablecrest.simulator_engine.backtest"
 
@@ -42,9 +42,7 @@ ROWS = [
 ]
 
 
-@table(*ROWS)
-def test_backtester_is_imported_afresh_or_named_as_missing(case, check):
-    check(case)
+test_backtester_is_imported_afresh_or_named_as_missing = checked(ROWS)
 
 
 def test_module_is_missing_where_it_or_a_parent_of_it_was_not_found(module):

@@ -6,8 +6,7 @@ from operator import methodcaller
 from types import SimpleNamespace
 
 import pytest
-from support.cases import Case, given, raising, table
-from support.runtime import patched, together
+from support.cases import Case, checked, given, patched, raising, together
 
 FAILED, RECEIVED = "Registration bootstrap failed to fetch /eras", "Registration bootstrap received invalid /eras"
 NO_TOKEN = "Registration bootstrap could not fetch /eras without an auth token."
@@ -85,9 +84,7 @@ ROWS = [
 ]  # fmt: skip
 
 
-@table(*ROWS)
-def test_table_is_fetched_and_selects_a_universe_or_is_refused(case, check):
-    check(case)
+test_table_is_fetched_and_selects_a_universe_or_is_refused = checked(ROWS)
 
 
 NAMES = [(" \t a b\u3000\n", "a b"), ("...", "..."), (True, "True"), (["a"], "['a']")]

@@ -4,7 +4,7 @@ import re
 from operator import methodcaller
 
 from sablecrest import _runtime, obfuscation, search_tracking
-from support.cases import Case, given, raising, table
+from support.cases import Case, checked, given, raising
 
 
 class Part:
@@ -104,9 +104,7 @@ ROWS = [
 ]  # fmt: skip
 
 
-@table(*ROWS)
-def test_runtime_is_assembled_in_order(case, check):
-    check(case)
+test_runtime_is_assembled_in_order = checked(ROWS)
 
 
 def test_sync_manager_holds_what_it_is_given_and_no_method_changes_it(module):

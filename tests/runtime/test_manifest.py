@@ -7,7 +7,7 @@ from types import SimpleNamespace
 import pytest
 from sablecrest.errors import RuntimeModuleDownloadIncomplete
 from sablecrest.sync import CURRENT_PLATFORM
-from support.cases import Case, given, table
+from support.cases import Case, checked, given
 
 PATH, END, M = "data/manifest.json", "the end", {"kind": "runtime_module:m"}
 MISSING = RuntimeModuleDownloadIncomplete(
@@ -26,9 +26,7 @@ ROWS = [
 ]  # fmt: skip
 
 
-@table(*ROWS)
-def test_files_are_read_as_they_are(case, check):
-    check(case)
+test_files_are_read_as_they_are = checked(ROWS)
 
 
 def test_files_are_handed_out_as_they_are_and_sections_as_copies(module):

@@ -9,9 +9,8 @@ from operator import methodcaller
 from types import SimpleNamespace
 
 from sablecrest import errors
-from support.cases import GONE, Case, given, raising, table
+from support.cases import GONE, Case, checked, given, patched, raising, release, together
 from support.platforms import needs_so
-from support.runtime import patched, release, together
 
 from runtime_modules.make_data_directory import BUILT_MODULES
 
@@ -159,6 +158,4 @@ LOADED = [
 ]  # fmt: skip
 
 
-@table(*COPIES, *LOADED)
-def test_module_is_copied_and_loaded_or_refused_and_what_was_registered_is_put_back(case, check):
-    check(case)
+test_module_is_copied_and_loaded_or_refused_and_what_was_registered_is_put_back = checked(COPIES + LOADED)

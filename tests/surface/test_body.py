@@ -3,14 +3,14 @@
 import ast
 import importlib
 import inspect
-import os
 import pickle
+import re
 import subprocess
 import sys
 
 import pytest
+from support import ROOT
 from support.subject import NAME, SIBLINGS
-from support.surroundings import ROOT
 
 # fmt: off
 #: Bound before anything of its own, in this order.
@@ -26,18 +26,19 @@ WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
 
     Raises IOError with exact L2 message format on failure.
 """
+#: Each option with its value at first, in the order of `_config`.
 OPTIONS = {
     "auto_heartbeat": True, "data_dir": SIBLINGS["settings"].DATA_DIR, "server_url": "https://api.sablecrest.example",
     "signal_service_url": None, "invite_code": None, "sync_http_transport": "auto", "sync_http_chunk_bytes": 67108864,
     "sync_max_concurrency": 8, "named_universe": "", "market_id": None, "_settings_path": None,
 }
-ROTATION = {"feature_budget_gb": (int, float), "market": str, "named_universes": list, "algorithm": str, "family": str,
-            "subfamily": str, "rotation_frequency": str, "rotation_seed": int}
-TYPES = {
-    "auto_heartbeat": bool, "data_dir": (str, os.PathLike), "server_url": str, "signal_service_url": str,
-    "invite_code": (str, type(None)), "sync_http_transport": str, "sync_http_chunk_bytes": int,
-    "sync_max_concurrency": int, "named_universe": str, "market_id": int,
-} | ROTATION
+#: And each that can be configured with its types, those from the blank line on being written to the rotation settings.
+TYPES = """auto_heartbeat: bool, data_dir: str or PathLike, server_url: str, signal_service_url: str,
+    invite_code: str or NoneType, sync_http_transport: str, sync_http_chunk_bytes: int, sync_max_concurrency: int,
+    named_universe: str, market_id: int
+
+    feature_budget_gb: int or float, market: str, named_universes: list, algorithm: str, family: str, subfamily: str,
+    rotation_frequency: str, rotation_seed: int"""
 # fmt: on
 
 
@@ -62,9 +63,10 @@ def test_docstrings_are_the_contract(module):
 
 
 def test_options_have_their_values_types_and_order(module):
-    assert list(module._config.items()) == list(OPTIONS.items())
-    assert list(module._VALID_OPTIONS.items()) == list(TYPES.items())
-    assert set(ROTATION) == module._ROTATION_SETTING_OPTIONS
+    assert [*module._config.items()] == [*OPTIONS.items()]
+    types = [f"{name}: {module._expected_type_name(kind)}" for name, kind in module._VALID_OPTIONS.items()]
+    assert types == re.split(r",?\s{2,}|, ", TYPES)
+    assert {*re.findall(r"(\w+):", TYPES.partition("\n\n")[2])} == module._ROTATION_SETTING_OPTIONS
     assert module._auth_manager is None
 
 
