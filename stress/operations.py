@@ -28,8 +28,6 @@ if plain is None:
 
 #: What must not be told.
 KEY, TOKEN, CODE = "ef" * 32, "TOKEN-of-the-session", "CODE-of-the-invitation"
-ENTRIES = {"files": {"a": {"kind": "runtime_module"}, "b": {}, "vault": {"kind": "runtime_module:m"}}}
-ERA = {"state": "active", "signal_pools": [{"allowed_named_universes": ["u"]}]}
 ANSWER = b'{"eras_by_market": {"7": [5, {"state": "active", "named_universe": "u", "universes": [{"id": "w"}, "x"]}]}}'
 api = ctypes.pythonapi
 api.PyInterpreterState_Get.restype = api.PyInterpreterState_GetDict.restype = ctypes.c_void_p
@@ -65,36 +63,12 @@ def online(module, patch):
     patch.setattr(urllib.request, "urlopen", lambda *_, **__: SimpleNamespace(read=io.BytesIO(ANSWER).read))
 
 
-def salt(m, *numbers):
-    m._ensure_legacy_src_namespace_alias()
-    return sys.modules["src.obfuscation.layers.shared._core"].era_salt(*numbers)
-
-
-def manage(m):
-    made = m._LocalRuntimeSyncManager({}, runtime_freshness_guard=1)
-    return made.get_manifest(), made.acquire(), made.release(), made.request_for_sync(), made._vocabulary
-
-
-def list_and_select(m):
-    entries = m._runtime_module_manifest_entries(ENTRIES)
-    return next(entries), [*entries], m._select_runtime_module_manifest_entry(ENTRIES, "era_data")
-
-
 # fmt: off
 OTHERS = [
     Case("import", as_first_import, import_again),
-    Case("records", given(), lambda m: repr([m.WalletRegistration("0xaddress"), m.AuthToken(TOKEN, 1.5)])),
     Case("register", online, lambda m: repr(m.register(CODE))),
     Case("login", online, lambda m: repr(m.login(KEY))),
     Case("named universe", online, lambda m: m._resolve_active_named_universe(Accepted())),
-    Case("era table", given(), lambda m: m._first_allowed_named_universe_from_era_config(ERA)),
-    *(Case(f"salt of {n}", given(), lambda m, n=n: salt(m, *n)) for n in ((1, 2**63), (0, 1), (1, "1"), (2**64, 1))),
-    Case("fragment", given(), lambda m: m.get_agents_md_fragment()),
-    Case("sync manager", given(), manage),
-    Case("entries", given(), list_and_select),
-    Case("no modules", given(), lambda m: m._load_runtime_modules_from_manifest("data", {"files": {}})),
-    Case("manifest's payload", given(), lambda m: m._read_manifest_payload_with_signals_index("data")),
-    Case("guard", given(), lambda m: m.create_runtime_freshness_guard("data")._module_loader("name", "0")),
     Case("no argument", given(), lambda m: m.login()),
     Case("argument given twice", given(), lambda m: m.login("", private_key="")),
     Case("unknown argument", given(), lambda m: m.register(colour=1)),

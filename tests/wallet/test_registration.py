@@ -114,6 +114,10 @@ REGISTER = [
          config={"_settings_path": "HERE/s.yaml", "data_dir": "HERE/data", "market_id": 1, "invite_code": "CODE"}),
     Case("the checklist is switched off", service(wallet=KEY, auto_heartbeat=False), register(), DONE,
          names=session(*OLD_WALLET), calls="...  AuthManager.get_wallet_address()"),
+    Case("its key gets its prefix once", given(), lambda m: [*map(m._normalize_key, ("", "0xa", "0Xa", "x0"))],
+         ["0x", "0xa", "0Xa", "0xx0"]),
+    Case("a market that is no number is not stored", service(data_dir="data"), register("CODE", None, "x"),
+         raises=ValueError, config={"data_dir": "HERE/data"}),
     Case("there is no code", service(invite_code="  "), register(), raises=NO_CODE, files=MADE),
     *(Case(f"{market!r} is no market for a runtime", service(market_id=market), register(bootstrap_runtime=True),
            raises=NO_MARKET) for market in (None, "abc", 0, 0.9)),
@@ -160,10 +164,6 @@ ANSWERS = [
 # fmt: on
 test_register_creates_a_wallet_or_authenticates_the_one_that_is_there = checked(REGISTER)
 test_login_stores_the_key_and_authenticates = checked(LOGIN)
-
-
-def test_key_gets_its_prefix_once(module):
-    assert [*map(module._normalize_key, ("", "0xa", "0Xa", "x0"))] == ["0x", "0xa", "0Xa", "0xx0"]
 
 
 @pytest.mark.parametrize(("path", "fault", "error", "is_kept"), ANSWERS)
