@@ -3,7 +3,7 @@
 import os
 import sys
 from operator import methodcaller
-from types import SimpleNamespace
+from types import ModuleType, SimpleNamespace
 
 import pytest
 import sablecrest
@@ -14,11 +14,16 @@ NAMES = ["src", "src.obfuscation", "src.obfuscation.layers", "src.obfuscation.la
 HERE, BIG, ensure = sablecrest.__path__[0], 2**64, methodcaller("_ensure_legacy_src_namespace_alias")
 
 
+def stop_at(stop):
+    return lambda name: (raising(KeyboardInterrupt) if name == stop else ModuleType)(name)
+
+
 ROWS = [
     Case("all", given(), ensure, modules=sorted([PACKAGE_CORE, *NAMES])),
     Case("no package", lambda module, patch: patch.setitem(sys.modules, "sablecrest", None), ensure),
-    Case("stopped", patched("importlib.import_module", raising(KeyboardInterrupt)), ensure, raises=KeyboardInterrupt),
-]
+    *(Case(f"stopped at {name}", patched("importlib.import_module", stop_at(name)), ensure, raises=KeyboardInterrupt,
+           modules=modules) for name, modules in (("src", []), ("src.obfuscation", ["src"]))),
+]  # fmt: skip
 #: Each number is checked whole before the next one; what is no number is refused in Python's own words.
 SALTS = {(-5, "x"): "market_id must be positive, got -5", (False, 1): "market_id must be positive, got False"}
 SALTS |= {(1, 0): "era_number must be positive, got 0", ("1", 0): "", (-1.0, 0): "", (BIG, 1): "", (1, BIG): ""}

@@ -85,7 +85,7 @@ ROWS = [
 
 NAMES = [(" \t a b\u3000\n", "a b"), ("...", "..."), (True, "True"), (["a"], "['a']")]
 NAMES += [(value, None) for value in (None, "", " \n", ".", " .. ", "a/b", "a\\b", "a\0", ("a/",))]
-WHOLE = {"universes": [{"id": "d"}, "e"], "allowed_named_universes": ["b", "a"], "named_universe": "a"}
+WHOLE = {"universes": [{"id": "d"}, None, "e"], "allowed_named_universes": ["b", "a"], "named_universe": "a"}
 POOLS = [{"allowed_named_universes": names} for names in (["..", "c", 5, "a"], " q ", ("q",))]
 #: An era, its candidates, and the universe that is the first one for it as an era configuration.
 ERAS = [

@@ -81,6 +81,7 @@ def test_misuse_and_a_second_initialisation_are_refused(compiled, monkeypatch):
     with pytest.raises(TypeError, match=r"^register\(\) takes at most 5 positional arguments \(6 given\)$"):
         compiled.register(1, 2, 3, 4, 5, 6)
     monkeypatch.delitem(sys.modules, NAME)
+    assert "__builtins__" not in vars(compiled)
     refusal = "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."
     with pytest.raises(RuntimeError, match=f"^{refusal}$"):
         importlib.import_module(NAME)

@@ -15,7 +15,10 @@ def apply(m):
 
 
 def loaded(settings):
-    return given(load_settings=lambda path, ensure: settings, resolve_data_dir=lambda settings_path, ensure: "d")
+    return given(
+        load_settings=lambda path, ensure: settings,
+        resolve_data_dir=lambda settings_path, ensure: {False: Path("d")}[ensure],
+    )
 
 
 # fmt: off

@@ -4,12 +4,9 @@ import dataclasses
 import os
 import secrets
 
-import pytest
 from sablecrest import auth
 from sablecrest.settings import DATA_DIR, default_settings_path
 from support.cases import FOLDER, Case, checked, given, raising
-
-from local_service import LocalService
 
 # fmt: off
 KEY, NEW, PATH, URL = "ab" * 32, "cd" * 32, "data/wallet.key", "https://server"
@@ -154,25 +151,6 @@ LOGIN = [
          login(NEW, True), raises=OSError("injected"), files=STORED, names=OTHER_ALONE,
          calls="...  AuthManager.authenticate()  _propagate_auth(CLIENT, strict=True)"),
 ]
-#: What goes wrong at which path of a real service; what `register` raises, and whether the key is on disk then.
-ANSWERS = [
-    ("/register", "reset", UNREACHABLE, False),
-    ("/challenge", "reset", UNREACHABLE, False),
-    ("/challenge", "server-error", auth.AuthError("The service answered HTTP 500."), True),
-    ("/token", "unauthorized", auth.AuthError("HTTP 401 unauthorized"), True),
-]
 # fmt: on
 test_register_creates_a_wallet_or_authenticates_the_one_that_is_there = checked(REGISTER)
 test_login_stores_the_key_and_authenticates = checked(LOGIN)
-
-
-@pytest.mark.parametrize(("path", "fault", "error", "is_kept"), ANSWERS)
-def test_key_of_an_accepted_wallet_is_kept_where_a_real_service_fails(path, fault, error, is_kept, module, tmp_path):
-    with LocalService(["code", "other"], faults={path: fault}) as real:
-        module.configure(server_url=real.url, data_dir=tmp_path)
-        with pytest.raises(type(error)) as caught:
-            module.register("code")
-        assert (str(caught.value), (tmp_path / "wallet.key").exists()) == (str(error), is_kept)
-        real.faults.clear()
-        registration = module.register("other")
-        assert module.register() == registration
