@@ -4,9 +4,7 @@ import ctypes
 import gc
 import os
 import sys
-import tempfile
 from contextlib import suppress
-from pathlib import Path
 
 from stress.child import in_child
 from stress.operations import OPERATIONS, arguments, native, staged
@@ -34,7 +32,7 @@ def measure(constants):
     return [sys.getallocatedblocks(), heap.number7, heap.number4, descriptors, objects, references]
 
 
-def growth(names, directory, repeats):
+def growth(names, repeats):
     """What the last round of the operations has left behind: the second in a row that left nothing, or one of too
     many."""
     constants = [*{id(o): o for o in gc.get_referents(*gc.get_objects())}.values()]
@@ -43,7 +41,7 @@ def growth(names, directory, repeats):
     before, quiet = measure(constants), 0
     for _ in range(MOST_ROUNDS):
         for name in names * repeats:
-            with staged(OPERATIONS[name], native, directory), suppress(BaseException):
+            with staged(OPERATIONS[name], native), suppress(BaseException):
                 OPERATIONS[name].call(native)
         for error in errors:
             error.__traceback__ = error.__context__ = error.__cause__ = None
@@ -55,13 +53,13 @@ def growth(names, directory, repeats):
     return grown
 
 
-def leaks(names, directory, repeats):
+def leaks(names, repeats):
     """Those of the operations that leave something behind, found by halving."""
-    grown = in_child(growth, names, directory, repeats)
+    grown = in_child(growth, names, repeats)
     if not isinstance(grown, int) and max(grown) <= 0:
         return {}
     if half := len(names) // 2:
-        return leaks(names[:half], directory, repeats) | leaks(names[half:], directory, repeats)
+        return leaks(names[:half], repeats) | leaks(names[half:], repeats)
     return {names[0]: grown}
 
 
@@ -70,9 +68,8 @@ def main():
         os.execve(sys.executable, sys.orig_argv, os.environ | UNCACHED)
     option, names = arguments()
     names = [name for name in names if not OPERATIONS[name].left_open]  # in the row's own hands
-    with tempfile.TemporaryDirectory() as parent:
-        groups, repeats = ([names], 1) if option == "--short" else ([[name] for name in names], 10)
-        found = [(name, n) for group in groups for name, n in leaks(group, Path(parent, "stage"), repeats).items()]
+    groups, repeats = ([names], 1) if option == "--short" else ([[name] for name in names], 10)
+    found = [leak for group in groups for leak in leaks(group, repeats).items()]
     print(f"{len(names)} operations, {len(found)} leaks ({KINDS})", *found, sep="\n    ")
     sys.exit(bool(found))
 

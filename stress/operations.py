@@ -8,6 +8,7 @@ import re
 import secrets
 import shutil
 import sys
+import tempfile
 import urllib.request
 from contextlib import suppress
 from itertools import zip_longest
@@ -26,6 +27,9 @@ plain = load_plain() if PLAIN.exists() else None
 if plain is None:
     print("benchmarks/plain is missing: nothing is compared with it, and nothing explained by it.")
 
+#: Where each operation runs, in an empty directory.
+FOLDER = tempfile.TemporaryDirectory()
+STAGE = Path(FOLDER.name, "stage")
 #: What must not be told.
 KEY, TOKEN, CODE = "ef" * 32, "TOKEN-of-the-session", "CODE-of-the-invitation"
 ANSWER = b'{"eras_by_market": {"7": [5, {"state": "active", "named_universe": "u", "universes": [{"id": "w"}, "x"]}]}}'
@@ -78,18 +82,18 @@ OTHERS = [
 OPERATIONS = {name: row for name, row in all_rows() if "compiled" not in name} | {row.name: row for row in OTHERS}
 
 
-def emptied(directory):
-    shutil.rmtree(directory, ignore_errors=True)
-    Path(directory).mkdir()
-    return directory
+def emptied():
+    shutil.rmtree(STAGE, ignore_errors=True)
+    STAGE.mkdir()
+    return STAGE
 
 
-def staged(row, module, directory):
-    return cases.staged(row, module, emptied(directory))
+def staged(row, module):
+    return cases.staged(row, module, emptied())
 
 
-def observe(row, module, directory, recorder=None):
-    return cases.observe(row, module, emptied(directory), recorder)
+def observe(row, module, recorder=None):
+    return cases.observe(row, module, emptied(), recorder)
 
 
 def chain(error):
@@ -106,22 +110,22 @@ def told(seen):
     return errors, [(record.levelname, record.getMessage(), record.args) for record in seen.records]
 
 
-def differences(seen, row, directory, steps=()):
+def differences(seen, row, steps=()):
     """From the plain rendering: the first call that differs, or else what came of it."""
     if plain:
-        expected = observe(row, plain, directory, seen.calls and Recorder(dict(steps), deep=True))
+        expected = observe(row, plain, seen.calls and Recorder(dict(steps), deep=True))
         pairs = [*zip_longest(seen.calls or (), expected.calls or ())]
         for one, other in zip(*((s.returned, *s.changes.items(), told(s), len(s.left_open)) for s in (seen, expected))):
             pairs.append([re.sub(r"\d{19}", "TIME", here(repr(cases.plain(value)))) for value in (one, other)])
         yield from [f"{ours}, in plain Python {theirs}" for ours, theirs in pairs if ours != theirs][:1]
 
 
-def never_called(directory):
+def never_called():
     """The module's functions that no operation calls, itself or in another."""
     own, called = {f: name for name, f in vars(native).items() if getattr(f, "__module__", 0) == NAME}, set()
     own = {function: name for function, name in own.items() if isinstance(function, FUNCTION)}
     for row in OPERATIONS.values():
-        with staged(row, native, directory), suppress(BaseException):
+        with staged(row, native), suppress(BaseException):
             for function, name in own.items():
                 if vars(native).get(name) is function:
                     setattr(native, name, lambda *args, f=function, **kw: (called.add(f), f(*args, **kw))[1])

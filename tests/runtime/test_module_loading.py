@@ -142,7 +142,7 @@ LOADED = [
     *(refused(f"stamped {stamp}", listed(**{EXTENSION: lambda *_, stamp=stamp: SimpleNamespace(**stamp)}), MISMATCH,
               "loaded with unexpected hash.", "m.so", ABC, *stamp.values()) for stamp in ({}, {STAMP: "other"})),
     Case("interrupted", listed(**{EXTENSION: stops}), load, raises=KeyboardInterrupt),
-    Case("without a digest", listed({"sha256": None}, resolve_data_dir=lambda data_dir, ensure: {False: Path(data_dir)}[ensure]),
+    Case("without a digest", listed({"sha256": None}, resolve_data_dir=lambda it, ensure: {False: Path(it)}[ensure]),
          lambda m: (load(m), load(m), sys.path[0], sys.path.count(sys.path[0])), (STAMPED, STAMPED, "HERE/data", 1),
          calls=f"...  {ALIAS}()  {EXTENSION}('m', {os.path.join('data', 'm.so')!r})"),
     Case("by a guard", given(_load_manifest_runtime_module=lambda *args, **named: (args, named)),
