@@ -1,12 +1,10 @@
-"""Gives the module what comes from outside, in every shape: saved cases and, for so many minutes, variants of them."""
+"""Gives the module what comes from outside, in every shape: saved cases and, for each way in, so many variants."""
 
 import json
 import re
 import signal
 import sys
-import time
 import urllib.request
-from collections import Counter
 from contextlib import suppress
 from math import inf, nan
 from pathlib import Path, PurePosixPath
@@ -109,38 +107,37 @@ def variants(draw, surface):
     return repr(case)
 
 
-def go_round(surface, number):
-    """How many cases there were, and a finding: the saved cases in round 0, variants of them in all others."""
+def explore(surface, examples):
+    """How many cases there were, and a finding: the saved cases, and so many variants of them."""
 
-    @hypothesis.settings(max_examples=100, database=None, deadline=None, suppress_health_check=hypothesis.HealthCheck)
-    @hypothesis.seed(number)
-    @hypothesis.given(variants(surface))
-    def explore(case):
+    def body(case):
         tried.append(case)
         attempt(surface, case)
 
-    tried, finding = [], None
+    test, tried, finding = hypothesis.given(variants(surface))(body), [], None
+    for case in CASES[surface]:
+        test = hypothesis.example(case)(test)
+    phases = [hypothesis.Phase.explicit, hypothesis.Phase.generate, hypothesis.Phase.shrink][: 3 if examples else 1]
+    options = {"database": None, "deadline": None, "report_multiple_bugs": False}
+    options["suppress_health_check"] = hypothesis.HealthCheck
     try:
-        explore() if number else [explore.hypothesis.inner_test(case) for case in CASES[surface]]
+        hypothesis.settings(max_examples=examples or 1, phases=phases, **options)(test)()
     except Exception as error:
-        finding = f"{tried[-1:]}: {error!r}"
+        finding = f"{error!r} {getattr(error, '__notes__', '')}"
     return len(tried), finding
 
 
-def main(minutes):
-    told, number, end = Counter(), 0, time.time_ns() + 60e9 * minutes
-    while number < end:
-        for surface in CALLS:
-            answer = in_child(go_round, surface, number)
-            count, finding = answer if isinstance(answer, tuple) else (1, answer)
-            told.update({surface: count, "findings": finding is not None})
-            if finding is not None:
-                print(f"{surface} in round {number}: {finding}", flush=True)
-        number = time.time_ns()
-    findings = told.pop("findings")
-    print(f"{told.total()} cases, {findings} findings: {dict(told)}")
+def main(examples):
+    cases, findings = {}, 0
+    for surface in CALLS:
+        answer = in_child(explore, surface, examples)
+        cases[surface], finding = answer if isinstance(answer, tuple) else (1, f"exit status {answer}")
+        if finding is not None:
+            findings += 1
+            print(f"{surface}: {finding}", flush=True)
+    print(f"{sum(cases.values())} cases, {findings} findings: {cases}")
     sys.exit(findings > 0)
 
 
 if __name__ == "__main__":
-    main(0 if "--short" in sys.argv else float([*sys.argv, 10][1]))
+    main(0 if "--short" in sys.argv else int([*sys.argv, 5000][1]))
