@@ -55,8 +55,8 @@ def test_names_are_bound_in_the_order_and_with_the_signatures_of_the_stub(module
         assert (bound[name].__name__, bound[name].__module__) == (name, NAME)
 
 
-DOCUMENTED = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge get_agents_md_fragment
-    WalletRegistration AuthToken _normalize_key _resolve_invite_code _resolve_optional_invite_code _canonical_data_dir
+DOCUMENTED = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge AuthToken
+    get_agents_md_fragment WalletRegistration _normalize_key _resolve_invite_code _resolve_optional_invite_code _canonical_data_dir
     _apply_file_settings _wallet_key_path _check_wallet_fd _read_wallet_key _propagate_auth _load_per_era_backtester"""
 
 
