@@ -56,8 +56,9 @@ def test_names_are_bound_in_the_order_and_with_the_signatures_of_the_stub(module
 
 
 DOCUMENTED = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge AuthToken
-    get_agents_md_fragment WalletRegistration _normalize_key _resolve_invite_code _resolve_optional_invite_code _canonical_data_dir
-    _apply_file_settings _wallet_key_path _check_wallet_fd _read_wallet_key _propagate_auth _load_per_era_backtester"""
+    get_agents_md_fragment WalletRegistration _normalize_key _resolve_invite_code _resolve_optional_invite_code
+    _canonical_data_dir _apply_file_settings _wallet_key_path _check_wallet_fd _read_wallet_key _propagate_auth
+    _load_per_era_backtester"""
 
 
 # The check of the reference compares their first lines, where they have one.
