@@ -10,7 +10,6 @@ from functools import partial
 from importlib import import_module
 from itertools import pairwise
 from pkgutil import iter_modules
-from shutil import rmtree
 from threading import Barrier
 from traceback import print_exc
 from types import SimpleNamespace
@@ -21,7 +20,7 @@ LOCKS = {"locks of their own": ["isolated"], "a shared lock": ["legacy"], "one o
 SIDE_BY_SIDE = 4
 COUNT = 4 * (1 + SIDE_BY_SIDE)
 #: CPython leaves what is interned; the heap wavers.
-SLACK = [100 * (1 + SIDE_BY_SIDE), 2**18, 0, 0, 0, 0, SIDE_BY_SIDE]
+SLACK = [100 * (1 + SIDE_BY_SIDE), 2**18, 0, 0, 0, 0]
 #: The exit status where CPython itself could not create an interpreter, as happens now and then beside others.
 NOT_CREATED = 3
 #: Without the first line, interpreters with locks of their own crash CPython 3.12 or 3.13 itself.
@@ -30,37 +29,34 @@ try: from stress import interpreters; interpreters.{}
 except BaseException: sys.excepthook(*sys.exc_info()); os._exit(1)"""
 
 
-def use(number, times):
-    """Runs in each interpreter; what it makes last is left to the interpreter's end. No times: only what it needs."""
+def use(number, is_used):
+    """Runs in each interpreter; what it makes last is left to the interpreter's end."""
     global used, left
     names = [name for _, name, _ in iter_modules(import_module("sablecrest").__path__, "sablecrest.")]
     for name in ["importlib.util", "secrets", "urllib.request", *names]:
-        if times or name != NAME:
+        if is_used or name != NAME:
             import_module(name)
-    if not times:
+    if not is_used:
         return
     used = m = import_module(NAME)
     assert m._config["market_id"] is m._auth_manager is None
     methods = dict.fromkeys(("authenticate", "get_token", "get_token_expiry", "get_wallet_address"), str)
     m.auth.AuthManager = lambda *_, **__: SimpleNamespace(**methods)
     m._fetch_eras_payload = lambda am: {"eras_by_market": {number: [{"universes": [f"u{number}"]}]}}
-    folder = os.path.join(tempfile.gettempdir(), f"interpreter-{os.getpid()}-{number}")
-    for _ in range(times):
-        with suppress(RuntimeError):
-            m.configure(data_dir=folder, market_id=number, rotation_seed=number)
-            left = m.register("code"), m.login("ab" * 32), m.create_runtime_freshness_guard(folder)
-            left += (m._runtime_module_manifest_entries({"files": {"a": {"kind": "runtime_module"}, "b": {}}}),)
-            left += next(left[-1]), m._ensure_legacy_src_namespace_alias(), m._LocalRuntimeSyncManager({}, left).acquire
-            m.register(bootstrap_runtime=True)
-        rmtree(folder)
+    with tempfile.TemporaryDirectory() as folder, suppress(RuntimeError):
+        m.configure(data_dir=folder, market_id=number, rotation_seed=number)
+        left = m.register("code"), m.login("ab" * 32), m.create_runtime_freshness_guard(folder)
+        left += (m._runtime_module_manifest_entries({"files": {"a": {"kind": "runtime_module"}, "b": {}}}),)
+        left += next(left[-1]), m._ensure_legacy_src_namespace_alias(), m._LocalRuntimeSyncManager({}, left).acquire
+        m.register(bootstrap_runtime=True)
 
 
-def check(number, times):
+def check(number, is_used):
     """Runs in each interpreter after those at its side have used theirs."""
-    assert not times or [used._config[name] for name in ("market_id", "named_universe")] == [number, f"u{number}"]
-    for _ in range(times):
+    assert not is_used or [used._config[k] for k in ("market_id", "named_universe")] == [number, f"u{number}"]
+    if is_used:
         with suppress(RuntimeError):
-            sys.modules.pop(NAME, None)
+            del sys.modules[NAME]
             assert not import_module(NAME)
 
 
@@ -72,12 +68,12 @@ def create(interpreters, lock):
         os._exit(NOT_CREATED)
 
 
-def live(times, locks, met, number):
+def live(is_used, locks, met, number):
     interpreters, lock = import_module("_interpreters" if IS_NEW else "_xxsubinterpreters"), locks[number % len(locks)]
     try:
         one = create(interpreters, lock)
         for function in ("use", "check"):
-            interpreters.run_string(one, CODE.format(f"{function}({1 + number}, {times})"))
+            interpreters.run_string(one, CODE.format(f"{function}({1 + number}, {is_used})"))
             met.wait()
         interpreters.destroy(one)
     except BaseException:
@@ -87,7 +83,7 @@ def live(times, locks, met, number):
 
 
 def growth(is_used, locks):
-    """What is left by one interpreter and then some side by side, and how many blocks more use of the module leaves."""
+    """What the fewest of each kind is that one interpreter and then some side by side have left."""
     import faulthandler  # here, as the interpreters import this file too
 
     from stress.leaks import measure
@@ -95,15 +91,14 @@ def growth(is_used, locks):
     signal.alarm(0)  # Other processes may hold this one up.
     faulthandler.dump_traceback_later(300, exit=True, file=sys.__stderr__)
     measured, main = [], import_module(NAME)
-    for times in (2, 6, 2, 6):
+    for _ in range(4):
         for count in (1, SIDE_BY_SIDE):
             # A pool that was used may start too few threads, as it takes one for idle that has just found work.
             with ThreadPoolExecutor(count) as pool:
-                list(pool.map(partial(live, is_used and times, locks, Barrier(count)), range(count)))
+                list(pool.map(partial(live, is_used, locks, Barrier(count)), range(count)))
         measured.append(measure(()))
     assert main._config["market_id"] is None
-    _, little, much = ([b - a for a, b in zip(*pair)] for pair in pairwise(measured))
-    return [*map(min, little, much), much[0] - little[0]]  # The heap gives some back only later.
+    return [min(b - a for a, b in pairwise(kind)) for kind in zip(*measured)]
 
 
 def grown(is_used, kind):

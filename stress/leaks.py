@@ -4,17 +4,15 @@ import ctypes
 import gc
 import os
 import sys
-import tempfile
-from array import array
-from collections import deque
 from contextlib import suppress
-from pathlib import Path
 
 from stress.child import in_child
 from stress.operations import OPERATIONS, arguments, native, staged
 
 MOST_ROUNDS = 20
 KINDS = "blocks, bytes of native heap, bytes in mappings, descriptors, collectable objects, references"
+#: Without it, freed memory that a thread keeps for itself would count as in use until seven of each size are kept.
+UNCACHED = {"GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"}
 
 
 class HeapInfo(ctypes.Structure):
@@ -29,50 +27,49 @@ def measure(constants):
     """What is in use, of each kind; references are those to what there was before."""
     sys._clear_type_cache()  # it fills slowly
     gc.collect()
-    heap, descriptors = mallinfo2(), len(os.listdir("/proc/self/fd"))
-    references = sum(map(sys.getrefcount, constants))
-    blocks = sys.getallocatedblocks(), heap.number7, heap.number4
-    return array("q", [*blocks, descriptors, len(gc.get_objects()), references])
+    heap, references = mallinfo2(), sum(map(sys.getrefcount, constants))
+    descriptors, objects = len(os.listdir("/proc/self/fd")), len(gc.get_objects())
+    return [sys.getallocatedblocks(), heap.number7, heap.number4, descriptors, objects, references]
 
 
-def growth(names, directory, repeats):
-    """What the last round of the operations has left behind: the second in a row that left nothing, or one of many.
-    The C library keeps up to 16 blocks of a size, from as many rounds, before it takes one again."""
+def growth(names, repeats):
+    """What the last round of the operations has left behind: the second in a row that left nothing, or one of too
+    many."""
     constants = [*{id(o): o for o in gc.get_referents(*gc.get_objects())}.values()]
     errors = [o for o in constants if issubclass(type(o), BaseException)]  # of the rows, which collect more each time
     gc.freeze()
-    grown = deque((array("q", [n] * 6) for n in range(2)), maxlen=2)  # as many objects as later on
-    before = measure(constants)
+    before, quiet = measure(constants), 0
     for _ in range(MOST_ROUNDS):
         for name in names * repeats:
-            with staged(OPERATIONS[name], native, directory), suppress(BaseException):
+            with staged(OPERATIONS[name], native), suppress(BaseException):
                 OPERATIONS[name].call(native)
         for error in errors:
             error.__traceback__ = error.__context__ = error.__cause__ = None
         now = measure(constants)
-        grown.append(array("q", [b - a for a, b in zip(before, now)]))
-        before = now
-        if max(*grown[0], *grown[1]) <= 0:
+        grown, before = [b - a for a, b in zip(before, now)], now
+        quiet = 0 if max(grown) > 0 else quiet + 1
+        if quiet == 2:
             break
-    return list(grown[1])
+    return grown
 
 
-def leaks(names, directory, repeats):
+def leaks(names, repeats):
     """Those of the operations that leave something behind, found by halving."""
-    grown = in_child(growth, names, directory, repeats)
+    grown = in_child(growth, names, repeats)
     if not isinstance(grown, int) and max(grown) <= 0:
         return {}
     if half := len(names) // 2:
-        return leaks(names[:half], directory, repeats) | leaks(names[half:], directory, repeats)
+        return leaks(names[:half], repeats) | leaks(names[half:], repeats)
     return {names[0]: grown}
 
 
 def main():
+    if not os.environ.items() >= UNCACHED.items():
+        os.execve(sys.executable, sys.orig_argv, os.environ | UNCACHED)
     option, names = arguments()
     names = [name for name in names if not OPERATIONS[name].left_open]  # in the row's own hands
-    with tempfile.TemporaryDirectory() as parent:
-        groups, repeats = ([names], 1) if option == "--short" else ([[name] for name in names], 10)
-        found = [(name, n) for group in groups for name, n in leaks(group, Path(parent, "stage"), repeats).items()]
+    groups, repeats = ([names], 1) if option == "--short" else ([[name] for name in names], 10)
+    found = [leak for group in groups for leak in leaks(group, repeats).items()]
     print(f"{len(names)} operations, {len(found)} leaks ({KINDS})", *found, sep="\n    ")
     sys.exit(bool(found))
 

@@ -4,17 +4,15 @@ import gc
 import re
 import signal
 import sys
-import tempfile
 from collections import Counter
 from functools import partial
-from pathlib import Path
 
 from support.cases import changed, open_descriptors, state
 from support.cases import plain as plain_value
 from support.recorder import here
 
-from stress.child import answers_of_child, crashed_in_library, in_child
-from stress.operations import OPERATIONS, arguments, chain, native, never_called, plain, staged
+from stress.child import crashed_in_library, in_child
+from stress.operations import OPERATIONS, STAGE, arguments, chain, native, never_called, plain, staged
 
 try:
     import _testcapi
@@ -24,7 +22,6 @@ except ImportError:
 FAR = 50_000  # more allocations than any operation makes
 LARGE = 1 << 64  # no such integer is taken from those that the interpreter keeps
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
-TOGETHER = 30  # attempts in a process
 FAULTS = -signal.SIGSEGV, -signal.SIGBUS  # by chance the one or the other
 
 
@@ -39,12 +36,12 @@ def show(result, error=None):
     return here(re.sub(r"(?<=without exception) set|(?<=\D)\d{19}\b", "", text))
 
 
-def attempt(module, row, directory, first, stop):
+def attempt(module, row, first, stop):
     """What is seen of the operation with the allocations from `first` to `stop` failing, and of the same once there is
     memory again; and how many allocations it made where none failed."""
-    with staged(row, module, directory):
+    with staged(row, module):
         result, error, again, left = None, None, None, LARGE
-        before, descriptors = state(module, directory), open_descriptors()
+        before, descriptors = state(module, STAGE), open_descriptors()
         gc.collect()  # empties the free lists too
         _testcapi.set_nomemory(first, stop)
         try:
@@ -58,7 +55,7 @@ def attempt(module, row, directory, first, stop):
             pass  # not `suppress`, which is a call
         _testcapi.remove_mem_hooks()
         seen = {("outcome", show(result, error)), *(("left open", fd) for fd in open_descriptors() - descriptors)}
-        for section, now in state(module, directory).items():
+        for section, now in state(module, STAGE).items():
             values = changed(before[section], now)
             seen |= {(f"{section} {re.sub('(?<=_settings-).*', '', name)}", show(v)) for name, v in values.items()}
         try:
@@ -68,82 +65,67 @@ def attempt(module, row, directory, first, stop):
         return seen | {("again", show(result, again))}, FAR + LARGE - left
 
 
-def warm_up(module, *call):
-    attempt(module, *call, FAR, FAR + ALL)  # the first time makes allocations of its own
+def oddities(expected, warm, row, first, stop, module):
+    """What the attempt shows, other than expected, in a process of its own, where this module or `warm` did the same
+    before; and how many allocations there were."""
+
+    def body():
+        attempt(warm or module, row, FAR, FAR + ALL)  # the first time makes allocations of its own
+        return attempt(module, row, first, stop)
+
+    answer = in_child(body)
+    if isinstance(answer, int):
+        return {("exit status", "memory fault" if answer in FAULTS else answer)}, 0
+    return answer[0] - expected, answer[1]
 
 
-def oddities(expected, *arguments):
-    return attempt(*arguments)[0] - expected
-
-
-def in_own_process(expected, warm, call, first, stop, module, shift=0):
-    body = partial(oddities, expected, module, *call, max(first + shift, 0), stop + shift)
-    _, odd = answers_of_child([partial(warm_up, warm or module, *call), body])
-    return {("exit status", "memory fault" if odd in FAULTS else odd)} if isinstance(odd, int) else odd
-
-
-def attempts(module, name, directory, most=None, warm=None):
+def attempts(module, row, most=None, warm=None):
     """For at most so many allocations, spread over all: which, what is odd for the first time, and a function that
-    repeats the attempt in either module. Many run in one process, but what they show counts only when they show it in
-    one of their own too. Where only the module `warm` has done the same before, each runs in one of its own at once."""
-    call = OPERATIONS[name], directory
-    warming = partial(warm_up, warm or module, *call)
-    _, (clean, allocations) = answers_of_child([warming, partial(attempt, module, *call, FAR, FAR + ALL)])
+    tells what a repetition shows."""
+    clean, allocations = oddities(set(), warm, row, FAR, FAR + ALL, module)
     expected = clean | {("outcome", "MemoryError"), *(("again", what) for kind, what in clean if kind == "outcome")}
-    spread = sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]
-    limits = [(n, stop) for n in spread for stop in (n + 1, n + ALL)]
-    while limits:
-        bodies = [partial(oddities, expected, module, *call, *limit) for limit in limits[: 1 if warm else TOGETHER]]
-        _, *found = answers_of_child([warming, *bodies])
-        for (n, stop), odd in zip(limits, found):
-            repeat = partial(in_own_process, {*expected}, warm, call, n, stop)
-            shown = repeat(module) if odd else set()
+    for n in sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]:
+        for stop, what in ((n + 1, "alone"), (n + ALL, "and all after")):
+            repeat = partial(oddities, {*expected}, warm, row, n, stop, module)
+            shown, _ = repeat()
             expected |= {part for part in shown if part[0] != "exit status"}
-            yield f"allocation {n} {'alone' if stop == n + 1 else 'and all after'}", shown, repeat
-        del limits[: len(found)]
+            yield f"allocation {n} {what}", shown, lambda repeat=repeat: repeat()[0]
 
 
 def is_explained(shown, repeat, in_plain):
-    """Whether the library's own code crashed, or plain Python shows the same, or does so in processes of their own for
-    the allocations around this one. An interpreter that spoils its memory shows something else each time."""
-    if "exit status" in dict(shown) and ("exit status" not in dict(repeat(native)) or crashed_in_library()):
+    """Whether the library's own code crashed, or plain Python shows the same. An interpreter that spoils its memory
+    shows something else each time."""
+    if "exit status" in dict(shown) and ("exit status" not in dict(repeat()) or crashed_in_library()):
         return True
     if plain is None:  # A crash is surely none of the prescribed steps.
         return "exit status" not in dict(shown)
-    if not shown <= in_plain:
-        in_plain = in_plain.union(*(repeat(plain, shift) for shift in range(-9, 10)))
-    return shown <= in_plain or any(again and again <= in_plain for again in (repeat(native) for _ in range(20)))
+    return shown <= in_plain or any(again and again <= in_plain for again in (repeat() for _ in range(20)))
 
 
-def walk(name, directory, most, warm):
+def walk(row, most, warm):
     """How many attempts there were, what plain Python explains of them, where it does the same, and what nothing
     explains."""
-    walked = [*attempts(native, name, directory, most, warm)]
-    odd, in_plain = set().union(*(shown for _, shown, _ in walked)), set()
-    explanations = attempts(plain, name, directory, most and 40, warm) if plain and odd else ()
-    for _, shown, _ in explanations:
-        in_plain |= shown
-        if odd <= in_plain:
-            break
+    walked = [*attempts(native, row, most, warm)]
+    odd = set().union(*(shown for _, shown, _ in walked))
+    explanations = attempts(plain, row, most and 40, warm) if plain and odd else ()
+    in_plain = set().union(*(shown for _, shown, _ in explanations))
     unexplained = {what: s for what, s, repeat in walked if s and not is_explained(s, repeat, in_plain)}
     return len(walked), odd & in_plain, unexplained
 
 
 def main():
     option, names = arguments()
-    most, warm, step = {"--short": (5, None, 3), "--cold": (40, plain, 1)}.get(option, (None, None, 1))
+    most, warm, step = {"--short": (4, None, 6), "--cold": (40, plain, 1)}.get(option, (None, None, 1))
     if option == "--cold" and plain is None:
         sys.exit(print("Skipped: nothing but the plain rendering warms up the interpreter without the module."))
     total = Counter()
-    with tempfile.TemporaryDirectory() as parent:
-        directory = Path(parent, "stage")
-        missed = in_child(never_called, directory)
-        gc.freeze()
-        for name in names[::step]:
-            tried, explained, unexplained = walk(name, directory, most, warm)
-            total.update(operations=1, attempts=tried, explained=len(explained), unexplained=len(unexplained))
-            lines = [*(f"as in plain Python: {part}" for part in explained), *unexplained.items()]
-            print(f"{name}: {tried} attempts", *lines, sep="\n    ", flush=True)
+    missed = in_child(never_called)
+    gc.freeze()
+    for name in names[::step]:
+        tried, explained, unexplained = walk(OPERATIONS[name], most, warm)
+        total.update(operations=1, attempts=tried, explained=len(explained), unexplained=len(unexplained))
+        lines = [*(f"as in plain Python: {part}" for part in explained), *unexplained.items()]
+        print(f"{name}: {tried} attempts", *lines, sep="\n    ", flush=True)
     print(f"functions never called: {sorted(missed)}", dict(total))
     sys.exit(bool(missed or total["unexplained"]))
 

@@ -8,31 +8,30 @@ import re
 import secrets
 import shutil
 import sys
+import tempfile
 import urllib.request
 from contextlib import suppress
 from itertools import zip_longest
 from pathlib import Path
 from types import SimpleNamespace
 
-from support.surroundings import stay_inside
-
-stay_inside()
-
-from sablecrest import agent_onboarding as native  # noqa: E402
-from support import cases  # noqa: E402
-from support.cases import Case, all_rows, given  # noqa: E402
-from support.recorder import FUNCTION, Recorder, here  # noqa: E402
-from support.subject import NAME, PLAIN, load_plain  # noqa: E402
+import support  # noqa: F401 before anything asks for the home
+from sablecrest import agent_onboarding as native
+from support import cases
+from support.cases import Case, all_rows, given
+from support.recorder import FUNCTION, Recorder, here
+from support.subject import NAME, PLAIN, load_plain
 
 #: The plain rendering, which explains and compares; without it the runs go on without that, and say so.
 plain = load_plain() if PLAIN.exists() else None
 if plain is None:
     print("benchmarks/plain is missing: nothing is compared with it, and nothing explained by it.")
 
+#: Where each operation runs, in an empty directory.
+FOLDER = tempfile.TemporaryDirectory()
+STAGE = Path(FOLDER.name, "stage")
 #: What must not be told.
 KEY, TOKEN, CODE = "ef" * 32, "TOKEN-of-the-session", "CODE-of-the-invitation"
-ENTRIES = {"files": {"a": {"kind": "runtime_module"}, "b": {}, "vault": {"kind": "runtime_module:m"}}}
-ERA = {"state": "active", "signal_pools": [{"allowed_named_universes": ["u"]}]}
 ANSWER = b'{"eras_by_market": {"7": [5, {"state": "active", "named_universe": "u", "universes": [{"id": "w"}, "x"]}]}}'
 api = ctypes.pythonapi
 api.PyInterpreterState_Get.restype = api.PyInterpreterState_GetDict.restype = ctypes.c_void_p
@@ -68,36 +67,12 @@ def online(module, patch):
     patch.setattr(urllib.request, "urlopen", lambda *_, **__: SimpleNamespace(read=io.BytesIO(ANSWER).read))
 
 
-def salt(m, *numbers):
-    m._ensure_legacy_src_namespace_alias()
-    return sys.modules["src.obfuscation.layers.shared._core"].era_salt(*numbers)
-
-
-def manage(m):
-    made = m._LocalRuntimeSyncManager({}, runtime_freshness_guard=1)
-    return made.get_manifest(), made.acquire(), made.release(), made.request_for_sync(), made._vocabulary
-
-
-def list_and_select(m):
-    entries = m._runtime_module_manifest_entries(ENTRIES)
-    return next(entries), [*entries], m._select_runtime_module_manifest_entry(ENTRIES, "era_data")
-
-
 # fmt: off
 OTHERS = [
     Case("import", as_first_import, import_again),
-    Case("records", given(), lambda m: repr([m.WalletRegistration("0xaddress"), m.AuthToken(TOKEN, 1.5)])),
     Case("register", online, lambda m: repr(m.register(CODE))),
     Case("login", online, lambda m: repr(m.login(KEY))),
     Case("named universe", online, lambda m: m._resolve_active_named_universe(Accepted())),
-    Case("era table", given(), lambda m: m._first_allowed_named_universe_from_era_config(ERA)),
-    *(Case(f"salt of {n}", given(), lambda m, n=n: salt(m, *n)) for n in ((1, 2**63), (0, 1), (1, "1"), (2**64, 1))),
-    Case("fragment", given(), lambda m: m.get_agents_md_fragment()),
-    Case("sync manager", given(), manage),
-    Case("entries", given(), list_and_select),
-    Case("no modules", given(), lambda m: m._load_runtime_modules_from_manifest("data", {"files": {}})),
-    Case("manifest's payload", given(), lambda m: m._read_manifest_payload_with_signals_index("data")),
-    Case("guard", given(), lambda m: m.create_runtime_freshness_guard("data")._module_loader("name", "0")),
     Case("no argument", given(), lambda m: m.login()),
     Case("argument given twice", given(), lambda m: m.login("", private_key="")),
     Case("unknown argument", given(), lambda m: m.register(colour=1)),
@@ -107,18 +82,18 @@ OTHERS = [
 OPERATIONS = {name: row for name, row in all_rows() if "compiled" not in name} | {row.name: row for row in OTHERS}
 
 
-def emptied(directory):
-    shutil.rmtree(directory, ignore_errors=True)
-    Path(directory).mkdir()
-    return directory
+def emptied():
+    shutil.rmtree(STAGE, ignore_errors=True)
+    STAGE.mkdir()
+    return STAGE
 
 
-def staged(row, module, directory):
-    return cases.staged(row, module, emptied(directory))
+def staged(row, module):
+    return cases.staged(row, module, emptied())
 
 
-def observe(row, module, directory, recorder=None):
-    return cases.observe(row, module, emptied(directory), recorder)
+def observe(row, module, recorder=None):
+    return cases.observe(row, module, emptied(), recorder)
 
 
 def chain(error):
@@ -135,22 +110,22 @@ def told(seen):
     return errors, [(record.levelname, record.getMessage(), record.args) for record in seen.records]
 
 
-def differences(seen, row, directory, steps=()):
+def differences(seen, row, steps=()):
     """From the plain rendering: the first call that differs, or else what came of it."""
     if plain:
-        expected = observe(row, plain, directory, seen.calls and Recorder(dict(steps), deep=True))
+        expected = observe(row, plain, seen.calls and Recorder(dict(steps), deep=True))
         pairs = [*zip_longest(seen.calls or (), expected.calls or ())]
         for one, other in zip(*((s.returned, *s.changes.items(), told(s), len(s.left_open)) for s in (seen, expected))):
             pairs.append([re.sub(r"\d{19}", "TIME", here(repr(cases.plain(value)))) for value in (one, other)])
         yield from [f"{ours}, in plain Python {theirs}" for ours, theirs in pairs if ours != theirs][:1]
 
 
-def never_called(directory):
+def never_called():
     """The module's functions that no operation calls, itself or in another."""
     own, called = {f: name for name, f in vars(native).items() if getattr(f, "__module__", 0) == NAME}, set()
     own = {function: name for function, name in own.items() if isinstance(function, FUNCTION)}
     for row in OPERATIONS.values():
-        with staged(row, native, directory), suppress(BaseException):
+        with staged(row, native), suppress(BaseException):
             for function, name in own.items():
                 if vars(native).get(name) is function:
                     setattr(native, name, lambda *args, f=function, **kw: (called.add(f), f(*args, **kw))[1])

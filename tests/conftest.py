@@ -3,9 +3,8 @@
 from functools import partial
 
 import pytest
-from support.surroundings import stay_inside
-
-stay_inside()
+from support import cases
+from support.subject import restored, use_plain
 
 
 def pytest_addoption(parser):
@@ -14,15 +13,12 @@ def pytest_addoption(parser):
 
 def pytest_configure(config):
     if config.option.plain:
-        from support.subject import use_plain
-
         use_plain()
 
 
 @pytest.fixture
 def module():
     from sablecrest import agent_onboarding
-    from support.subject import restored
 
     with restored(agent_onboarding):
         yield agent_onboarding
@@ -37,6 +33,4 @@ def compiled(module, pytestconfig):
 
 @pytest.fixture
 def check(module, tmp_path):
-    from support import cases
-
     return partial(cases.check, module=module, directory=tmp_path)

@@ -6,8 +6,8 @@ import runpy
 from pathlib import Path
 
 import pytest
+from support import ROOT
 from support.platforms import HAS_MODES
-from support.surroundings import ROOT
 
 TEXTS = {page: page.read_text("utf-8") for page in [ROOT / "README.md", *sorted(ROOT.glob("docs/*.md"))]}
 SESSIONS = {page.name: "".join(re.findall("(?ms)^```python\n(>>>.*?)^```", text)) for page, text in TEXTS.items()}

@@ -1,7 +1,6 @@
 /// \file A module of the layer alone: each function does in C++ what its test has in plain Python.
 #include "python/blocks.hpp"
 #include "python/function.hpp"
-#include "python/generator.hpp"
 #include "python/import.hpp"
 
 namespace {
@@ -45,17 +44,12 @@ Object in_order(Module m, Value x) {
     return list{called, fstring<"{} {}">{invoke{x}, invoke{x}}, tuple{invoke{x}, invoke{x}}};
 }
 
-Object begin(Module, Value argument) { return iterator(argument); }
-std::optional<Object> step(Module, Value iterator) { return next(iterator); }
-constexpr GeneratorBody generator_body{begin, step};
-
 PyMethodDef functions[] = {
     def<"hold(x)", hold>(),
     def<"get(x)", +[](Module, Value x) { return x.attr<"name.__class__">(); }>(),
     def<"find(x)", +[](Module, Value x) { return x.find_attr<"name">().value_or("missing"_s); }>(),
     def<"has(x)", +[](Module m, Value x) { return m.set<"x">(x), to_object(m.has<"x.name">()); }>(),
     def<"global_()", +[](Module m) { return m.get<"late">(); }>(),
-    def<"opened()", +[](Module m) { return m.get<"open">(); }>(),
     def<"dotted()",
         +[](Module m) -> Object { return tuple{m.get<"late.name.real">(), m.call<"late.name.conjugate">()}; }>(),
     def<"call(x)", +[](Module, Value x) { return x.call<"name">(1, kw<"b">(true), kw<"a">(2)); }>(),
@@ -74,7 +68,6 @@ PyMethodDef functions[] = {
         }>(),
     def<"import_from_(package, name)",
         +[](Module m, Value package, Value name) { return import_from(m, package, name); }>(),
-    def<"generate(x)", +[](Module m, Value x) { return generator(m, generator_body, x); }>(),
     def<"text_(x, y)", +[](Module, Value x, Value y) -> Object { return fstring<"<{}> - {}">{x, y}; }>(),
     def<"strip(x)", +[](Module, Value x) { return strip(x); }>(),
     def<"starts_with(x, y)", +[](Module, Value x, Value y) { return to_object(starts_with(x, y)); }>(),

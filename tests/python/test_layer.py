@@ -3,7 +3,7 @@
 import ctypes
 import sys
 from functools import partial
-from itertools import product
+from itertools import count, product
 from types import ModuleType
 
 import layer_test as native
@@ -92,23 +92,14 @@ managers = [instance(__enter__=enter, __exit__=exit) for enter in (lambda _: 1, 
 managers += [instance(__enter__=int), instance(__exit__=leave), module(__enter__=int, __exit__=leave)]
 
 
-# Where a name in a module leads to, while it is bound anew and the module becomes another kind of object.
-def follow(owner, read):
-    owner.late, inner = (held := module(name=1)), module(real=2, conjugate=int)
-    shadowing = type("Shadowing", (ModuleType,), {"name": property(lambda _: 3), "real": property(lambda _: 4)})
-    for step in (
-        lambda: None,
-        lambda: setattr(held, "name", inner),
-        lambda: setattr(inner, "real", 5),
-        lambda: setattr(held, "__class__", shadowing),
-        lambda: setattr(held, "__class__", ModuleType),
-        lambda: setattr(inner, "__class__", shadowing),
-        lambda: delattr(held, "name"),
-        lambda: setattr(held, "__getattr__", len),
-        lambda: setattr(owner, "late", instance(name=4)),
-    ):
-        step()
-        yield from (*outcomes(read, []), *outcomes(read, []))
+def bind_late(value):
+    native.late = value
+
+
+# An argument whose evaluation binds the name of the callee anew.
+def count_and_rebind():
+    bind_late(None)
+    return next(numbers_of_calls)
 
 
 def changed(change, collection):
@@ -125,8 +116,9 @@ strings = ["", "a", "a ", "\u2003é\u3000", "é", "𝄞", "\ud800", "𝄞a\ud800
 poppable = [{"name": 1}, {}, {hostile: 1}, instance(dict, pop=lambda *names: 1 // 0)]
 growing = [[], instance(list, append=list.remove)]
 named = type("Named", (type,), {"__name__": property(lambda _: 1)})("Named", (), {})
-dotted = partial(eval, "(late.name.real, late.name.conjugate())")
+numbers = [instance(name=1), instance(name=module()), module(name=module(real=2, conjugate=int)), module(), 1]
 
+numbers_of_calls, ORDER = count(), [((0,), 1), "2 3", (4, 5)]
 BOUND = {
     "add(**{'RIGHT'.lower(): 2, instance(str, 'left'): 1})": 3,
     "options(1, b=2, fifth=5, second=3, a=4)": [1, 3, True, False, 5, ("b", 2), ("a", 4)],
@@ -150,10 +142,11 @@ CASES = {
     "get": (native.get, lambda x: x.name.__class__, holders),
     "find": (native.find, lambda x: getattr(x, "name", "missing"), holders),
     "has": (native.has, lambda x: hasattr(x, "name"), holders),
-    "rebound": (lambda x: (setattr(native, "late", x), native.has(x), native.global_())[2], int, [1, 2]),
+    "rebound": (lambda x: (bind_late(x), native.has(x), native.global_())[2], int, [1, 2]),
     "unbound": (lambda: (vars(native).pop("late", None), native.has(0), native.global_()), lambda: eval("late")),
     "call": (native.call, lambda x: x.name(1, b=True, a=2), holders),
-    "dotted": (lambda: [*follow(native, native.dotted)], lambda: [*follow(sys.modules[__name__], dotted)]),
+    "dotted": (lambda x: (bind_late(x), native.dotted())[1], lambda x: (x.name.real, x.name.conjugate()), numbers),
+    "in order": (lambda: (bind_late(lambda *a, key: (a, key)), native.in_order(count_and_rebind))[1], lambda: ORDER),
     "lookup": (native.lookup, lambda x: (x.get("name"), x.get("name", 0)), lookups),
     "import": (native.import_from_, import_from, ["os", "layer_test", "no.such"], ["path", "late", "missing"]),
     "discard": (partial(changed, native.discard_), partial(changed, lambda x: x.pop("name", None)), [*poppable, ()]),

@@ -3,23 +3,27 @@
 import os
 import sys
 from operator import methodcaller
-from types import SimpleNamespace
+from types import ModuleType, SimpleNamespace
 
 import pytest
 import sablecrest
-from support.cases import Case, given, raising, table
-from support.runtime import patched
+from support.cases import Case, checked, given, patched, raising
 
 CORE, PACKAGE_CORE = (f"{name}.obfuscation.layers.shared._core" for name in ("src", "sablecrest"))
 NAMES = ["src", "src.obfuscation", "src.obfuscation.layers", "src.obfuscation.layers.shared", CORE]
 HERE, BIG, ensure = sablecrest.__path__[0], 2**64, methodcaller("_ensure_legacy_src_namespace_alias")
 
 
+def stop_at(stop):
+    return lambda name: (raising(KeyboardInterrupt) if name == stop else ModuleType)(name)
+
+
 ROWS = [
     Case("all", given(), ensure, modules=sorted([PACKAGE_CORE, *NAMES])),
     Case("no package", lambda module, patch: patch.setitem(sys.modules, "sablecrest", None), ensure),
-    Case("stopped", patched("importlib.import_module", raising(KeyboardInterrupt)), ensure, raises=KeyboardInterrupt),
-]
+    *(Case(f"stopped at {name}", patched("importlib.import_module", stop_at(name)), ensure, raises=KeyboardInterrupt,
+           modules=modules) for name, modules in (("src", []), ("src.obfuscation", ["src"]))),
+]  # fmt: skip
 #: Each number is checked whole before the next one; what is no number is refused in Python's own words.
 SALTS = {(-5, "x"): "market_id must be positive, got -5", (False, 1): "market_id must be positive, got False"}
 SALTS |= {(1, 0): "era_number must be positive, got 0", ("1", 0): "", (-1.0, 0): "", (BIG, 1): "", (1, BIG): ""}
@@ -35,9 +39,7 @@ def test_salt_is_both_numbers_as_eight_big_endian_bytes(module):
                 salt(*numbers)
 
 
-@table(*ROWS)
-def test_names_are_registered_together_or_not_at_all(case, check):
-    check(case)
+test_names_are_registered_together_or_not_at_all = checked(ROWS)
 
 
 def test_older_names_lead_to_the_package_itself(module):

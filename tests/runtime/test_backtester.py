@@ -5,13 +5,13 @@ import sys
 from types import ModuleType
 
 from sablecrest import simulator_engine
-from support.cases import GONE, Case, given, table
+from support.cases import GONE, Case, checked, given
 
 NAME = "sablecrest.simulator_engine.backtest"
 
 
 def load(m, **ignored):
-    loaded = m._load_per_era_backtester("data/.", **ignored)
+    loaded = m._load_per_era_backtester("~/data/.", **ignored)
     fresh = loaded is sys.modules[NAME] is vars(simulator_engine).pop("backtest")
     return fresh, sys.path[0], sys.path.count(sys.path[0])
 
@@ -30,24 +30,20 @@ def having(content=None, era_data=None):
 
 
 THERE, LOST = ModuleType("era_data"), {"modules": [NAME], "names": {"simulator_engine.backtest": GONE}}
-NO_ERA = ("DEBUG", "Era data module is not loaded for data dir %s", "data/.")
-LOG = [NO_ERA, ("INFO", "Loaded wheel-bundled backtester %s for data dir %s", NAME, "data/.")] * 2
+NO_ERA = ("DEBUG", "Era data module is not loaded for data dir %s", "~/data/.")
+LOG = [NO_ERA, ("INFO", "Loaded wheel-bundled backtester %s for data dir %s", NAME, "~/data/.")] * 2
 TRIED = ModuleNotFoundError(f"No wheel-bundled backtester module found; tried {NAME}, {NAME}, {NAME}")
 MISSING, ELSE = (ModuleNotFoundError(f"No module named {name!r}", name=name) for name in (NAME, "no_module"))
+CAUSES = [ValueError(), *(ImportError(name=name) for name in ("a.b", "a", "a.b.c", "a.", ""))]
 ROWS = [
-    Case("twice", having("x = 1"), lambda m: (load(m), load(m, o=1)), ((True, "HERE/data", 1),) * 2, log=LOG, **LOST),
+    Case("missing where it or a parent of it was not found", given(),
+         lambda m: [m._module_not_found_is_candidate(cause, "a.b") for cause in CAUSES],
+         [False, True, True, False, False, False]),
+    Case("twice", having("x = 1"), lambda m: (load(m), load(m, o=1)), ((True, "HOME/data", 1),) * 2, log=LOG, **LOST),
     Case("missing", having(None, THERE), load, raises=TRIED, cause=MISSING, **LOST),
     Case("broken", having("raise ImportError(name=__name__)", THERE), load, raises=ImportError, **LOST),
     Case("in want", having("import no_module", THERE), load, raises=ELSE, **LOST),
-]
+]  # fmt: skip
 
 
-@table(*ROWS)
-def test_backtester_is_imported_afresh_or_named_as_missing(case, check):
-    check(case)
-
-
-def test_module_is_missing_where_it_or_a_parent_of_it_was_not_found(module):
-    errors = [ValueError(), *(ImportError(name=name) for name in ("a.b", "a", "a.b.c", "a.", ""))]
-    found = [module._module_not_found_is_candidate(error, "a.b") for error in errors]
-    assert found == [False, True, True, False, False, False]
+test_backtester_is_imported_afresh_or_named_as_missing = checked(ROWS)

@@ -2,23 +2,21 @@
 
 from http.client import BadStatusLine
 from json import JSONDecodeError
-from operator import methodcaller
+from operator import methodcaller as call
 from types import SimpleNamespace
 
-import pytest
-from support.cases import Case, given, raising, table
-from support.runtime import patched, together
+from support.cases import Case, checked, given, patched, raising, together
 
 FAILED, RECEIVED = "Registration bootstrap failed to fetch /eras", "Registration bootstrap received invalid /eras"
 NO_TOKEN = "Registration bootstrap could not fetch /eras without an auth token."
 NO_MARKETS = RuntimeError("Registration bootstrap /eras payload is missing eras_by_market.")
 NO_ERAS = RuntimeError("Registration bootstrap found no eras for market_id=7.")
 NO_UNIVERSE = RuntimeError("Registration bootstrap expected at least one active named universe from /eras.")
-resolve = methodcaller("_resolve_active_named_universe", "manager")
+resolve = call("_resolve_active_named_universe", "manager")
 
 
 def fetch(token=5):
-    return methodcaller("_fetch_eras_payload", SimpleNamespace(get_token=lambda: token))
+    return call("_fetch_eras_payload", SimpleNamespace(get_token=lambda: token))
 
 
 def opening(error):
@@ -85,23 +83,9 @@ ROWS = [
 ]  # fmt: skip
 
 
-@table(*ROWS)
-def test_table_is_fetched_and_selects_a_universe_or_is_refused(case, check):
-    check(case)
-
-
 NAMES = [(" \t a b\u3000\n", "a b"), ("...", "..."), (True, "True"), (["a"], "['a']")]
-UNSAFE = [(value, None) for value in (None, "", " \n", ".", " .. ", "a/b", "a\\b", "a\0", ("a/",))]
-
-
-def test_name_is_one_stripped_path_segment_or_none(module):
-    for value, name in NAMES + UNSAFE:
-        assert module._safe_named_universe(value) == name, value
-        module._append_unique_named_universe(values := ["a"], value)
-        assert values == (["a", name] if name else ["a"]), value
-
-
-WHOLE = {"universes": [{"id": "d"}, "e"], "allowed_named_universes": ["b", "a"], "named_universe": "a"}
+NAMES += [(value, None) for value in (None, "", " \n", ".", " .. ", "a/b", "a\\b", "a\0", ("a/",))]
+WHOLE = {"universes": [{"id": "d"}, None, "e"], "allowed_named_universes": ["b", "a"], "named_universe": "a"}
 POOLS = [{"allowed_named_universes": names} for names in (["..", "c", 5, "a"], " q ", ("q",))]
 #: An era, its candidates, and the universe that is the first one for it as an era configuration.
 ERAS = [
@@ -116,8 +100,24 @@ ERAS = [
 ]
 
 
-@pytest.mark.parametrize(("era", "candidates", "first"), ERAS, ids=repr)
-def test_selectors_go_through_an_era_in_their_own_orders(era, candidates, first, module):
-    assert module._active_era_named_universe_candidates(era) == candidates
-    assert module._first_allowed_named_universe_from_era_config(era) == first
-    assert module._first_allowed_named_universe_from_era_config([era]) is None
+def select(era):
+    first = call("_first_allowed_named_universe_from_era_config", era)
+    return lambda m: (m._active_era_named_universe_candidates(era), first(m))
+
+
+def add_twice(value):
+    def add(m):
+        m._append_allowed_named_universes(values := ["a"], [value, value])
+        return m._safe_named_universe(value), values
+
+    return add
+
+
+NAMED = [Case(f"{v!r}", given(), add_twice(v), (name, ["a", name] if name else ["a"])) for v, name in NAMES]
+SELECTED = [
+    *(Case(f"{era}", given(), select(era), (candidates, first)) for era, candidates, first in ERAS),
+    Case("no era", given(), call("_first_allowed_named_universe_from_era_config", [WHOLE])),
+]
+test_table_is_fetched_and_selects_a_universe_or_is_refused = checked(ROWS)
+test_name_is_one_stripped_path_segment_or_none = checked(NAMED)
+test_selectors_go_through_an_era_in_their_own_orders = checked(SELECTED)

@@ -8,9 +8,8 @@ import sablecrest
 from sablecrest import search_templates
 from sablecrest.auth import AuthError
 from sablecrest.sync_backoff import SyncBackoffCancelled
-from support.cases import GONE, Case, raising, table
+from support.cases import GONE, Case, checked, raising, release
 from support.platforms import needs_so
-from support.runtime import release
 from support.subject import SIBLINGS
 
 from local_service import LocalService
@@ -120,9 +119,7 @@ ROWS = [
 ]  # fmt: skip
 
 
-@table(*ROWS)
-def test_each_step_of_the_hand_over_fails_strictly_or_is_logged(case, check):
-    check(case)
+test_each_step_of_the_hand_over_fails_strictly_or_is_logged = checked(ROWS)
 
 
 def results():

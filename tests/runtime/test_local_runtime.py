@@ -1,10 +1,10 @@
 """The assembly of the local runtime, each call with its arguments in order; its sync manager that never syncs."""
 
 import re
-from operator import methodcaller
+from operator import methodcaller as call
 
 from sablecrest import _runtime, obfuscation, search_tracking
-from support.cases import Case, given, raising, table
+from support.cases import Case, checked, given, raising
 
 
 class Part:
@@ -30,7 +30,7 @@ INDEX["era_number"] = "12"
 OWN = make("_read_manifest", "_manifest_files", "_load_per_era_backtester", "create_runtime_freshness_guard")
 OWN |= make("SimpleNamespace", "_LocalRuntimeSyncManager") | {MODULES: lambda *_: {"vault": "old", "era_data": "new"}}
 STEPS = [name for name in vars(_runtime) if re.match("_[a-z]+_|_[A-Z]|LibraryRuntime|RuntimeEvaluation", name)]
-bootstrap = methodcaller("_bootstrap_local_runtime_from_config", "AUTH")
+bootstrap = call("_bootstrap_local_runtime_from_config", "AUTH")
 HELPERS = ("batch_orchestrator_cls", "compute_search_plan", "expression_type_cls", "expression_evaluator")
 
 
@@ -54,11 +54,27 @@ def helpers(m):
 
 def universes(m):
     named = (runtime := bootstrap(m)).named_universes, runtime.default_named_universe, runtime.feature_dirs
-    return *named, [*runtime.manifest_adapters], [*runtime.vocabularies], runtime.evaluator.named_universe
+    return (
+        *named,
+        [*runtime.manifest_adapters],
+        [*runtime.vocabularies, str(runtime.vocabulary_raw)],
+        runtime.evaluator.named_universe,
+    )
+
+
+def manage(m):
+    manager = m._LocalRuntimeSyncManager("the manifest", runtime_freshness_guard="the guard")
+    answers = manager.get_manifest(), manager.acquire(), manager.release(), manager.request_for_sync()
+    assert type(manager).__name__ == "_LocalRuntimeSyncManager"
+    return answers, manager.register_era_callback(print), manager.unregister_era_callback("unknown"), vars(manager)
 
 
 #: A call goes on in the next line where a line ends with a comma.
-CALLS = """...  SimpleNamespace(era_number=12, files=files, signals_index='the index', found_signals={'s': 1},
+CALLS = """_canonical_data_dir('data')  _local_vocabulary_path('HERE/data', 'u')
+    obfuscation.load_vocabulary('HERE/data/features/u/vocabulary.json')  create_runtime_freshness_guard('HERE/data')
+    _read_manifest('HERE/data')  _read_manifest_payload_with_signals_index('HERE/data')
+    _load_runtime_modules_from_manifest('HERE/data', manifest)  _manifest_files(manifest)  SECTIONS
+    SimpleNamespace(era_number=12, files=files, signals_index='the index', found_signals={'s': 1},
     found_strategies={}, useful_signals={'w': 2})  _LocalRuntimeSyncManager(SimpleNamespace,
     runtime_freshness_guard=guard)  _runtime._load_vault_module('HERE/data', vault_module='new')
     _runtime._normalize_era_config('configured', 12, manifest=SimpleNamespace)  _runtime._wrap_synced_vault(module,
@@ -81,17 +97,22 @@ CALLS = """...  SimpleNamespace(era_number=12, files=files, signals_index='the i
     runtime_freshness_guard=guard)  _runtime._build_graph_validator(registry)
     create_runtime_freshness_guard.register_module_consumer('backtester', LibraryRuntime, 'raw_backtester')"""
 CALLS = re.sub(r",\s+", ", ", CALLS.replace("HELPERS", ", ".join(f"{name}={name!r}" for name in HELPERS)))
+SECTIONS = (f"_manifest_payload_mapping_or_empty({INDEX}, {name!r})" for name in INDEX if name.startswith(("f", "u")))
+CALLS = CALLS.replace("SECTIONS", "  ".join(SECTIONS))
 UNHELPED = "Batch runtime import failed during local bootstrap; continuing without batch orchestration helpers: %s"
 POOLS = {"signal_pools": [{"allowed_named_universes": [".", "u"]}]}
-U, W = ({"u": "HERE/data/features/u"}, ["u"], ["u"], "u"), ({"w": "HERE/data/features/w"}, ["w"], [], "w")
+U = {"u": "HERE/data/features/u"}, ["u"], ["u", "vocabulary"], "u"
+W = {"w": "HERE/data/features/w"}, ["w"], ["None"], "w"
 #: The options, and then the runtime's universes, its default, what it has for them, and the evaluator's universe.
 UNIVERSES = [
     ({"named_universes": ("w", "u")}, ["w", "u"], "u", *U),
     ({"named_universe": "w", "era_config": POOLS}, ["w"], "w", *W),
     ({"named_universe": "", "era_config": POOLS}, ["u"], "u", *U),
-    ({"named_universe": "", "era_config": [POOLS], "named_universes": ["w"]}, [], None, {}, [], [], ""),
+    ({"named_universe": "", "era_config": [POOLS], "named_universes": ["w"]}, [], None, {}, [], ["None"], ""),
 ]
+MANAGED = {"_manifest": "the manifest", "_vocabulary": {}, "runtime_freshness_guard": "the guard"}
 ROWS = [
+    Case("a manager that never syncs", given(), manage, (("the manifest", None, None, []), None, None, MANAGED)),
     Case("whole", stage(era_config="configured"), lambda m: str(bootstrap(m)), "LibraryRuntime", calls=CALLS),
     *(Case(f"unhelped by {error}", stage(batch=batch), helpers, ({None}, True),
            log=[("WARNING", UNHELPED, error)]) for batch, error in ((raising(KeyError), KeyError), (str, ValueError))),
@@ -104,14 +125,4 @@ ROWS = [
 ]  # fmt: skip
 
 
-@table(*ROWS)
-def test_runtime_is_assembled_in_order(case, check):
-    check(case)
-
-
-def test_sync_manager_holds_what_it_is_given_and_no_method_changes_it(module):
-    manager = module._LocalRuntimeSyncManager("the manifest", runtime_freshness_guard="the guard")
-    answers = manager.get_manifest(), manager.acquire(), manager.release(), manager.request_for_sync()
-    assert answers == ("the manifest", None, None, [])
-    assert manager.register_era_callback(print) is manager.unregister_era_callback("never registered") is None
-    assert vars(manager) == {"_manifest": "the manifest", "_vocabulary": {}, "runtime_freshness_guard": "the guard"}
+test_runtime_is_assembled_in_order = checked(ROWS)

@@ -1,52 +1,60 @@
 """The manifest: what of it is read, and which runtime modules it lists; and other JSON files beside it."""
 
-from operator import methodcaller
+from operator import methodcaller as call
 from pathlib import Path
 from types import SimpleNamespace
 
 import pytest
 from sablecrest.errors import RuntimeModuleDownloadIncomplete
 from sablecrest.sync import CURRENT_PLATFORM
-from support.cases import Case, given, table
+from support.cases import Case, checked, given
 
-PATH, END, M = "data/manifest.json", "the end", {"kind": "runtime_module:m"}
+PATH, END, M, UNNAMED = "data/manifest.json", "the end", {"kind": "runtime_module:m"}, {"kind": "runtime_module"}
 MISSING = RuntimeModuleDownloadIncomplete(
     f"Runtime manifest is missing at {Path(PATH)}.", relative_path="manifest.json"
 )
 SECTIONS = '{"files": {"a": {"b": 1}}, "version": [1.5], "c": 1, "era_number": "\u00e9"}'
-read, read_json = methodcaller("_read_manifest", "data"), methodcaller("_read_json_if_present", PATH)
+read, read_json = call("_read_manifest", "data"), call("_read_json_if_present", PATH)
+#: The entries, of which those for other platforms and kinds are left out.
+PLATFORMS = {"b": M, "a": M | {"platform": CURRENT_PLATFORM}, "Z": M | {"platform": ""}, "A": M | {"platform": "other"}}
+KINDS = dict(zip("cdefgh", ({"kind": 5}, {"kind": None}, {"kind": "feature"}, {}, "text", [M])))
+FILES = PLATFORMS | KINDS | {"n/vault.so": UNNAMED, "o/era_data.so": UNNAMED}
+LISTED = [("m", "Z"), ("m", "a"), ("m", "b"), ("vault", "n/vault.so"), ("era_data", "o/era_data.so")]
+#: For a name, the first entry of it; "vault" is another name of "era_data", and of nothing else.
+SELECTED = {"m": "Z", "era_data": "n/vault.so", "vault": "n/vault.so", "n": None}
+VAULT_FIRST = {"A/vault.so": UNNAMED, "m": M, "o/era_data.so": UNNAMED}
+
+
+def select(files, *names):
+    return lambda m: [m._select_runtime_module_manifest_entry({"files": files}, name)[0] for name in names]
+
+
 ROWS = [
     Case("nothing", given({PATH: "{}"}), read, SimpleNamespace(era_number=None, version=None, files={})),
     Case("whole", given({PATH: SECTIONS}), read,
          SimpleNamespace(era_number="\u00e9", version=[1.5], files={"a": {"b": 1}})),
     Case("missing", given(), read, raises=MISSING),
-    *(Case(f"no file {path}", given(), methodcaller("_read_json_if_present", path)) for path in (PATH, "", None)),
+    *(Case(f"no file {path}", given(), call("_read_json_if_present", path)) for path in (PATH, "", None)),
     Case("any JSON", given({PATH: '"\u00e9"'}), read_json, "\u00e9"),
     *(Case(f"bad: {call}", given({PATH: b'{"\xff'}), call, raises=UnicodeDecodeError) for call in (read, read_json)),
+    *(Case(f"no files in {manifest}", given(), call("_manifest_files", manifest), {})
+      for manifest in (None, {}, {"files": [1, 2]}, SimpleNamespace(files=None), 5)),
+    Case("sorted by path", given(),
+         lambda m: [entry[:2] for entry in m._runtime_module_manifest_entries({"files": FILES})], LISTED),
+    Case("selected by name", given(), select(FILES, *SELECTED), [*SELECTED.values()]),
+    Case("vault first", given(), select(VAULT_FIRST, "m", "era_data"), ["m", "A/vault.so"]),
+    Case("no vault", given(), select({"o/era_data.so": UNNAMED}, "vault"), [None]),
+    Case("an entry", given(), call("_select_runtime_module_manifest_entry", {"files": FILES}, "vault"),
+         ("n/vault.so", UNNAMED)),
 ]  # fmt: skip
-
-
-@table(*ROWS)
-def test_files_are_read_as_they_are(case, check):
-    check(case)
+test_manifest_is_read_as_it_is_and_lists_its_modules_for_this_platform = checked(ROWS)
 
 
 def test_files_are_handed_out_as_they_are_and_sections_as_copies(module):
     files = {"k": {}}
     assert module._manifest_files({"files": files}) is module._manifest_files(SimpleNamespace(files=files)) is files
-    for manifest in (None, {}, {"files": [1, 2]}, SimpleNamespace(files=None), 5):
-        assert module._manifest_files(manifest) == {}
     section, *others = (module._manifest_payload_mapping_or_empty({"a": files, "b": []}, name) for name in "abc")
     assert (section, section is files, others) == (files, False, [{}, {}])
-
-
-def test_entries_are_the_runtime_modules_for_this_platform_sorted_by_path(module):
-    platforms = {"b": {}, "a": {"platform": CURRENT_PLATFORM}, "Z": {"platform": ""}, "A": {"platform": "other"}}
-    files = {path: M | platform for path, platform in platforms.items()}
-    files |= dict(zip("cdefgh", ({"kind": 5}, {"kind": None}, {"kind": "feature"}, {}, "text", [M])))
-    files |= {"n/vault.so": {"kind": "runtime_module"}, "b/1.so": {"kind": "runtime_module"}}
-    entries = [entry[:2] for entry in module._runtime_module_manifest_entries({"files": files})]
-    assert entries == [("m", "Z"), ("m", "a"), ("m", "b"), ("vault", "n/vault.so")]
 
 
 def test_entries_are_looked_at_when_they_are_asked_for(module):
@@ -60,10 +68,3 @@ def test_entries_are_looked_at_when_they_are_asked_for(module):
     with pytest.raises(KeyError, match="thrown"):
         thrown.throw(KeyError("thrown"))
     assert next(thrown, END) is END
-
-
-def test_first_entry_of_a_name_is_selected_and_vault_is_a_name_of_era_data(module):
-    vault, data = ({path: {"kind": "runtime_module"}} for path in ("c/vault.so", "d/era_data.so"))
-    rows = [("m", {"b": M, "a": M}, "a"), ("era_data", data | vault, "c/vault.so"), ("vault", data, None)]
-    for name, files, path in rows:
-        assert module._select_runtime_module_manifest_entry({"files": files}, name) == (path, files.get(path))

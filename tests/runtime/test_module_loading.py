@@ -6,12 +6,12 @@ import os
 import sys
 from importlib.machinery import ModuleSpec
 from operator import methodcaller
+from pathlib import Path
 from types import SimpleNamespace
 
 from sablecrest import errors
-from support.cases import GONE, Case, given, raising, table
+from support.cases import GONE, Case, checked, given, patched, raising, release, together
 from support.platforms import needs_so
-from support.runtime import patched, release, together
 
 from runtime_modules.make_data_directory import BUILT_MODULES
 
@@ -122,6 +122,7 @@ ENDS = [(None, NO_SPEC, []), (False, NO_SPEC, []), (fails, WRONG, []), (look, WR
 ENDS += [(lambda module: sys.modules.update(m=1), WRONG, ["m"]), (stops, KeyboardInterrupt, ["m"])]
 MARKING = next(file for file in BUILT_MODULES.glob("marking.*") if file.suffix in (".so", ".pyd")).read_bytes()
 MARKING_COPY = f"data/.sablecrest-runtime-marking-{hashlib.sha256(MARKING).hexdigest()[:16]}.so"
+UNSIGNED, FILE = ENTRY | {"sha256": None}, os.path.join("data", "m.so")
 NAMED = {"a/d": "d", "b/d": "d", "c": "n", "z": "era_data"}
 LISTED = {"files": {path: {"kind": f"runtime_module:{name}", "sha256": path} for path, name in NAMED.items()}}
 EACH = "_load_manifest_runtime_module('data', '%s', expected_sha256='%s', manifest=" + f"{LISTED})"
@@ -142,9 +143,13 @@ LOADED = [
     *(refused(f"stamped {stamp}", listed(**{EXTENSION: lambda *_, stamp=stamp: SimpleNamespace(**stamp)}), MISMATCH,
               "loaded with unexpected hash.", "m.so", ABC, *stamp.values()) for stamp in ({}, {STAMP: "other"})),
     Case("interrupted", listed(**{EXTENSION: stops}), load, raises=KeyboardInterrupt),
-    Case("without a digest", listed({"sha256": None}, resolve_data_dir=lambda data_dir, ensure: data_dir),
+    Case("without a digest", listed({"sha256": None}, resolve_data_dir=lambda it, ensure: {False: Path(it)}[ensure]),
          lambda m: (load(m), load(m), sys.path[0], sys.path.count(sys.path[0])), (STAMPED, STAMPED, "HERE/data", 1),
-         calls=f"...  {ALIAS}()  {EXTENSION}('m', {os.path.join('data', 'm.so')!r})"),
+         calls=f"""...  resolve_data_dir('data', ensure=False)  os.path.realpath('data')  _read_manifest('data')
+     _select_runtime_module_manifest_entry(namespace(era_number=None, version=None, files={{'m.so': {UNSIGNED}}}), 'm')
+         os.path.join('data', 'm.so')  os.path.exists({FILE!r})  _sha256_file({FILE!r})
+         validate_synced_runtime_module_contract(module_name='m', relative_path='m.so', file_info={UNSIGNED}, \
+local_path={FILE!r})  {ALIAS}()  {EXTENSION}('m', {FILE!r})"""),
     Case("by a guard", given(_load_manifest_runtime_module=lambda *args, **named: (args, named)),
          lambda m: m.create_runtime_freshness_guard("a")._module_loader("m", "x"), (("a", "m"), X)),
     Case("the one in use", extension(None, {STAMP: ABC}, **{PRUNE: None}), load_extension, (True, True, False)),
@@ -159,6 +164,4 @@ LOADED = [
 ]  # fmt: skip
 
 
-@table(*COPIES, *LOADED)
-def test_module_is_copied_and_loaded_or_refused_and_what_was_registered_is_put_back(case, check):
-    check(case)
+test_module_is_copied_and_loaded_or_refused_and_what_was_registered_is_put_back = checked(COPIES + LOADED)

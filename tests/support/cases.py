@@ -4,6 +4,7 @@ import logging
 import os
 import re
 import runpy
+import sys
 from contextlib import contextmanager, suppress
 from dataclasses import dataclass, field
 from itertools import starmap, zip_longest
@@ -13,10 +14,11 @@ from types import SimpleNamespace
 
 import pytest
 import sablecrest
+
+from support import ROOT
 from support.platforms import HAS_MODES
 from support.recorder import Recorder, call_here, here
 from support.subject import NAME, SIBLINGS, registered, restored
-from support.surroundings import ROOT
 
 #: What stands in a table for a folder, and for what is no more.
 FOLDER, GONE = "a folder", "gone"
@@ -53,15 +55,10 @@ class Case:
     needs: tuple = ()
 
 
-# A decorator of a test that takes `case`: it runs for each row.
-def table(*rows):
-    return pytest.mark.parametrize("case", [pytest.param(row, id=row.name, marks=row.needs) for row in rows])
-
-
 def checked(rows):
     """A test that checks each row."""
 
-    @table(*rows)
+    @pytest.mark.parametrize("case", [pytest.param(row, id=row.name, marks=row.needs) for row in rows])
     def test(case, check):
         check(case)
 
@@ -97,6 +94,20 @@ def given(files=(), mode=0o600, config=(), **names):
         vars(module).update({name: dict(value) if type(value) is dict else value for name, value in names.items()})
 
     return prepare
+
+
+def together(*prepares):
+    return lambda module, patch: [prepare(module, patch) for prepare in prepares]
+
+
+def patched(name, value):
+    return lambda module, patch: patch.setattr(name, value)
+
+
+def release(module, patch=None):
+    """The interpreter that runtime modules are released for, or as if it were."""
+    if sys.version_info[:2] != (3, 12):
+        module.sys = SimpleNamespace(version_info=(3, 12, 0), modules=sys.modules, path=sys.path)
 
 
 # The value so that equal ones look the same wherever the test runs, and True is not 1.

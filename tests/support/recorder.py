@@ -10,6 +10,7 @@ from functools import wraps
 from types import BuiltinFunctionType, FunctionType, MethodType, ModuleType, SimpleNamespace
 
 import sablecrest
+
 from support.subject import NAME, SIBLINGS
 
 FUNCTION = FunctionType | BuiltinFunctionType | MethodType

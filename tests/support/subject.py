@@ -10,7 +10,8 @@ from contextlib import contextmanager
 import cryptography.hazmat.primitives.asymmetric.ed25519  # noqa: F401
 import sablecrest
 import yaml  # noqa: F401
-from support.surroundings import ROOT
+
+from support import ROOT
 
 NAME = "sablecrest.agent_onboarding"
 PLAIN = ROOT / "benchmarks/plain/agent_onboarding.py"

@@ -3,14 +3,14 @@
 import ast
 import importlib
 import inspect
-import os
 import pickle
+import re
 import subprocess
 import sys
 
 import pytest
+from support import ROOT
 from support.subject import NAME, SIBLINGS
-from support.surroundings import ROOT
 
 # fmt: off
 #: Bound before anything of its own, in this order.
@@ -26,18 +26,19 @@ WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
 
     Raises IOError with exact L2 message format on failure.
 """
+#: Each option with its value at first, in the order of `_config`.
 OPTIONS = {
     "auto_heartbeat": True, "data_dir": SIBLINGS["settings"].DATA_DIR, "server_url": "https://api.sablecrest.example",
     "signal_service_url": None, "invite_code": None, "sync_http_transport": "auto", "sync_http_chunk_bytes": 67108864,
     "sync_max_concurrency": 8, "named_universe": "", "market_id": None, "_settings_path": None,
 }
-ROTATION = {"feature_budget_gb": (int, float), "market": str, "named_universes": list, "algorithm": str, "family": str,
-            "subfamily": str, "rotation_frequency": str, "rotation_seed": int}
-TYPES = {
-    "auto_heartbeat": bool, "data_dir": (str, os.PathLike), "server_url": str, "signal_service_url": str,
-    "invite_code": (str, type(None)), "sync_http_transport": str, "sync_http_chunk_bytes": int,
-    "sync_max_concurrency": int, "named_universe": str, "market_id": int,
-} | ROTATION
+#: And each that can be configured with its types, those from the blank line on being written to the rotation settings.
+TYPES = """auto_heartbeat: bool, data_dir: str or PathLike, server_url: str, signal_service_url: str,
+    invite_code: str or NoneType, sync_http_transport: str, sync_http_chunk_bytes: int, sync_max_concurrency: int,
+    named_universe: str, market_id: int
+
+    feature_budget_gb: int or float, market: str, named_universes: list, algorithm: str, family: str, subfamily: str,
+    rotation_frequency: str, rotation_seed: int"""
 # fmt: on
 
 
@@ -54,17 +55,25 @@ def test_names_are_bound_in_the_order_and_with_the_signatures_of_the_stub(module
         assert (bound[name].__name__, bound[name].__module__) == (name, NAME)
 
 
-# The reference, which is compared with the module, shows all of them, but neither indentation nor the final line.
+DOCUMENTED = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge AuthToken
+    get_agents_md_fragment WalletRegistration _normalize_key _resolve_invite_code _resolve_optional_invite_code
+    _canonical_data_dir _apply_file_settings _wallet_key_path _check_wallet_fd _read_wallet_key _propagate_auth
+    _load_per_era_backtester"""
+
+
+# The check of the reference compares their first lines, where they have one.
 def test_docstrings_are_the_contract(module):
     assert module.__doc__ == "Agent onboarding subcomponent -- register, login, configure, heartbeat."
     assert inspect.cleandoc(module._find_heartbeat.__doc__) == FIND_HEARTBEAT
     assert module._write_wallet_key.__doc__ == WRITE_WALLET_KEY
+    assert [name for name in DOCUMENTED.split() if not getattr(module, name).__doc__] == []
 
 
 def test_options_have_their_values_types_and_order(module):
-    assert list(module._config.items()) == list(OPTIONS.items())
-    assert list(module._VALID_OPTIONS.items()) == list(TYPES.items())
-    assert set(ROTATION) == module._ROTATION_SETTING_OPTIONS
+    assert [*module._config.items()] == [*OPTIONS.items()]
+    types = [f"{name}: {module._expected_type_name(kind)}" for name, kind in module._VALID_OPTIONS.items()]
+    assert types == re.split(r",?\s{2,}|, ", TYPES)
+    assert {*re.findall(r"(\w+):", TYPES.partition("\n\n")[2])} == module._ROTATION_SETTING_OPTIONS
     assert module._auth_manager is None
 
 
@@ -79,6 +88,7 @@ def test_misuse_and_a_second_initialisation_are_refused(compiled, monkeypatch):
     with pytest.raises(TypeError, match=r"^register\(\) takes at most 5 positional arguments \(6 given\)$"):
         compiled.register(1, 2, 3, 4, 5, 6)
     monkeypatch.delitem(sys.modules, NAME)
+    assert "__builtins__" not in vars(compiled)
     refusal = "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."
     with pytest.raises(RuntimeError, match=f"^{refusal}$"):
         importlib.import_module(NAME)

@@ -15,7 +15,8 @@ def apply(m):
 
 
 def loaded(settings):
-    return given(load_settings=lambda path, ensure: settings, resolve_data_dir=lambda settings_path, ensure: "d")
+    find = lambda settings_path, ensure: {False: Path("d")}[ensure]  # noqa: E731
+    return given(load_settings=lambda path, ensure: settings, resolve_data_dir=find)
 
 
 # fmt: off

@@ -4,12 +4,9 @@ import dataclasses
 import os
 import secrets
 
-import pytest
 from sablecrest import auth
 from sablecrest.settings import DATA_DIR, default_settings_path
-from support.cases import FOLDER, Case, checked, given, raising
-
-from local_service import LocalService
+from support.cases import FOLDER, Case, checked, given, raising, together
 
 # fmt: off
 KEY, NEW, PATH, URL = "ab" * 32, "cd" * 32, "data/wallet.key", "https://server"
@@ -62,6 +59,10 @@ def with_file(module, patch):
     given({"s.yaml": "{invite_code: CODE, market_id: 0, data_dir: data}"})(module, patch)
 
 
+def unsaid(module, patch):
+    del module._config["auto_heartbeat"]
+
+
 # The client that is in force afterwards.
 def session(*arguments):
     return {"_auth_manager": Client(*arguments), "auth._active_auth_manager": Client(*arguments)}
@@ -78,6 +79,7 @@ def login(*arguments):
 NEW_WALLET, OLD_WALLET = ("0x" + NEW, URL, "CODE", True), ("0x" + KEY, URL, None, False)
 DONE, MADE, STORED = "0xaddress", {"data": FOLDER}, {"data": FOLDER, PATH: (NEW, 0o600)}
 ALONE, NOT_TELLING = {"_auth_manager": Client(*NEW_WALLET)}, {"_set_active_auth_manager": failing}
+STOPPED = {"_set_active_auth_manager": raising(KeyboardInterrupt)}
 NO_RUNTIME = {"_resolve_active_named_universe": lambda am: None, "_propagate_auth": failing}
 NO_STORE = {"_write_wallet_key": failing}
 NOT_TOLD = [("WARNING", "Failed to set active auth manager: %s", OSError("injected"))]
@@ -114,6 +116,12 @@ REGISTER = [
          config={"_settings_path": "HERE/s.yaml", "data_dir": "HERE/data", "market_id": 1, "invite_code": "CODE"}),
     Case("the checklist is switched off", service(wallet=KEY, auto_heartbeat=False), register(), DONE,
          names=session(*OLD_WALLET), calls="...  AuthManager.get_wallet_address()"),
+    Case("its key gets its prefix once", given(), lambda m: [*map(m._normalize_key, ("", "0xa", "0Xa", "x0"))],
+         ["0x", "0xa", "0Xa", "0xx0"]),
+    Case("a market that is no number is not stored", service(data_dir="data"), register("CODE", None, "x"),
+         raises=ValueError, config={"data_dir": "HERE/data"}),
+    Case("the checklist is on where nothing is said of it", together(service(wallet=KEY), unsaid), register(), DONE,
+         names=session(*OLD_WALLET), calls=f"...  {END}"),
     Case("there is no code", service(invite_code="  "), register(), raises=NO_CODE, files=MADE),
     *(Case(f"{market!r} is no market for a runtime", service(market_id=market), register(bootstrap_runtime=True),
            raises=NO_MARKET) for market in (None, "abc", 0, 0.9)),
@@ -129,6 +137,8 @@ REGISTER = [
          raises=OSError("injected"), files=MADE),
     Case("the service accepts nothing: no key is kept", service(OSError), new, raises=OSError("no"), files=MADE),
     Case("a known wallet is refused", service(OSError, True, f"{KEY}\n"), register(), raises=OSError("no")),
+    Case("telling others is interrupted", service(auth_names=STOPPED), new, raises=KeyboardInterrupt, files=STORED,
+         names=ALONE),
     Case("others cannot be told", service(auth_names=NOT_TELLING), new, DONE, files=STORED, names=ALONE, log=NOT_TOLD),
 ]
 OTHER, OTHER_ALONE = session("0x" + NEW, URL), {"_auth_manager": Client("0x" + NEW, URL)}
@@ -144,35 +154,14 @@ LOGIN = [
       for what, error, _, raises in (*MEANINGS, ("refuses", auth.AuthError, None, REFUSED))),
     Case("what else fails passes", service(OSError), login(NEW), raises=OSError("no"), files=STORED),
     Case("an unwritable key is not tried", service(names=NO_STORE), login(NEW), raises=OSError("injected"), files=MADE),
+    Case("telling others of it is interrupted", service(auth_names=STOPPED), login(NEW), raises=KeyboardInterrupt,
+         files=STORED, names=OTHER_ALONE),
     Case("others cannot be told of it", service(auth_names=NOT_TELLING), login(NEW), ("token", 1.5), files=STORED,
          names=OTHER_ALONE, log=NOT_TOLD),
     Case("the runtime is brought up, strictly, once the login is in force", service(names=NO_RUNTIME),
          login(NEW, True), raises=OSError("injected"), files=STORED, names=OTHER_ALONE,
          calls="...  AuthManager.authenticate()  _propagate_auth(CLIENT, strict=True)"),
 ]
-#: What goes wrong at which path of a real service; what `register` raises, and whether the key is on disk then.
-ANSWERS = [
-    ("/register", "reset", UNREACHABLE, False),
-    ("/challenge", "reset", UNREACHABLE, False),
-    ("/challenge", "server-error", auth.AuthError("The service answered HTTP 500."), True),
-    ("/token", "unauthorized", auth.AuthError("HTTP 401 unauthorized"), True),
-]
 # fmt: on
 test_register_creates_a_wallet_or_authenticates_the_one_that_is_there = checked(REGISTER)
 test_login_stores_the_key_and_authenticates = checked(LOGIN)
-
-
-def test_key_gets_its_prefix_once(module):
-    assert [*map(module._normalize_key, ("", "0xa", "0Xa", "x0"))] == ["0x", "0xa", "0Xa", "0xx0"]
-
-
-@pytest.mark.parametrize(("path", "fault", "error", "is_kept"), ANSWERS)
-def test_key_of_an_accepted_wallet_is_kept_where_a_real_service_fails(path, fault, error, is_kept, module, tmp_path):
-    with LocalService(["code", "other"], faults={path: fault}) as real:
-        module.configure(server_url=real.url, data_dir=tmp_path)
-        with pytest.raises(type(error)) as caught:
-            module.register("code")
-        assert (str(caught.value), (tmp_path / "wallet.key").exists()) == (str(error), is_kept)
-        real.faults.clear()
-        registration = module.register("other")
-        assert module.register() == registration

@@ -1,4 +1,4 @@
-"""The milestone lines."""
+"""The milestone lines, and the fragment for AGENTS.md."""
 
 from operator import methodcaller as call
 
@@ -14,6 +14,11 @@ LINES = {
     "10_signals": "10 signals found. Review analytics to see which functions/features work best.",
     "strategy_unlock": "Strategy search unlocked! You can now search for Strategies.",
 }
+FRAGMENT = """## SableCrest Integration
+- Skills: Provided via `sablecrest.list_skills()` (returns bundle SKILL.md paths)
+- Tools: register, search, stop, status, analytics (via Python API)
+- Heartbeat: Auto-injected monitoring checklist
+"""
 LINE, nudge = f"- [ ] [SableCrest] {LINES['first_signal']}", call("update_nudge", "first_signal")
 NUDGED = [
     *(Case(name, given({FILE: "x\n"}), call("update_nudge", name, era=7),
@@ -26,6 +31,7 @@ NUDGED = [
     Case("there is no file", given(), nudge),
     Case("no text", given({FILE: b"\xff"}), nudge, log=[("WARNING", "update_nudge failed: %s", UnicodeDecodeError)]),
     Case("an interruption", given(_find_heartbeat=raising(KeyboardInterrupt)), nudge, raises=KeyboardInterrupt),
+    Case("the fragment for AGENTS.md", given(), call("get_agents_md_fragment"), FRAGMENT),
 ]
 # fmt: on
 test_milestones_are_appended_once = checked(NUDGED)
