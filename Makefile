@@ -12,6 +12,9 @@ empty =
 first = cp$(subst .,$(empty),$(firstword $(PYTHONS)))
 bin = .venv/$(first)/bin
 on_path = PYTHONPATH="$(CURDIR)/build/$(first)/package:$(CURDIR)"
+set_up_benchmarks = $(bin)/python -m pip install -qq --disable-pip-version-check -r requirements/benchmarks.txt
+# Also where a limit was missed, which is the command's status then.
+draw = status=$$?; $(bin)/python benchmarks/chart.py benchmarks/results/*.json benchmarks/speed.svg; exit $$status
 cpp_files = git ls-files -z --cached --others --exclude-standard '*.cpp' '*.hpp'
 
 help:  ## list the commands
@@ -36,13 +39,12 @@ stress:  ## let memory run out, look for leaks, use many interpreters and hostil
 
 bench:  ## compare the speed with plain Python and Cython, and draw it
 	@tools/build
-	$(bin)/python -m pip install -qq --disable-pip-version-check -r requirements/benchmarks.txt
+	$(set_up_benchmarks)
 	export PATH="$(CURDIR)/$(bin):$$PATH" && \
 	    cmake -S benchmarks -B build/cython -DPython_EXECUTABLE="$(CURDIR)/$(bin)/python" --log-level=NOTICE && \
 	    cmake --build build/cython
 	$(on_path) $(bin)/python benchmarks/benchmark.py --cython build/cython/agent_onboarding.so \
-	    --save benchmarks/results/linux.json; \
-	status=$$?; $(bin)/python benchmarks/chart.py benchmarks/results/*.json benchmarks/speed.svg; exit $$status
+	    --save benchmarks/results/linux.json; $(draw)
 
 format:  ## format all sources
 	@tools/setup
@@ -74,7 +76,8 @@ windows-test:  ## run the demonstration and the tests in CPython for Windows, un
 
 windows-bench:  ## compare the speed with plain Python there
 	@tools/setup
-	@$(bin)/python tools/windows.py bench
+	$(set_up_benchmarks)
+	@$(bin)/python tools/windows.py bench; $(draw)
 
 reference:  ## write docs/reference.md from the type stub
 	@tools/build

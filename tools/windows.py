@@ -149,7 +149,12 @@ def test() -> None:
 
 def bench() -> None:
     build()
-    run("benchmarks/benchmark.py")
+    peer, results = ROOT / "build/windows-cython", Path("benchmarks/results")
+    call("cmake", "-S", "benchmarks", "-B", peer, "-G", "Ninja", f"--toolchain={ROOT}/cmake/windows.cmake")
+    call("cmake", "--build", peer)
+    arguments = {"cython": peer / "agent_onboarding.pyd", "linux": results / "linux.json"}
+    arguments |= {"save": results / "windows.json"}
+    run("benchmarks/benchmark.py", *(f"--{name}={path}" for name, path in arguments.items()))
 
 
 if __name__ == "__main__":
