@@ -2,7 +2,7 @@
 ///
 /// Rules of use:
 /// - An `Object` always refers to an object. Null from the interpreter becomes a C++ exception that owns the Python
-///   one, in `steal` and `borrow`, the only two ways in.
+///   one, in `steal` and `borrow`, the only two ways in; only the trampoline looks `at` arguments where they lie.
 /// - None, falsy and missing are three things: `x.is_none()`, `truth(x)`, and `std::optional<Object>`.
 /// - What Python evaluates in order is written in braces, which C++ evaluates in order: `invoke{callee, arguments…}`,
 ///   `fstring<"…">{…}`, `tuple{…}`. Parentheses take only arguments that are there already, so that their order cannot
@@ -130,6 +130,8 @@ private:
 
     PyObject* pointer_;
 };
+
+static_assert(sizeof(Object) == sizeof(PyObject*) && std::is_standard_layout_v<Object>);  // for `Object::at`
 
 /// Conversion of arguments: an `Object` stays as it is; a pointer to a built-in, a bool and a signed integer become one.
 inline const Object& to_object(const Object& object) noexcept { return object; }
