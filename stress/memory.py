@@ -5,7 +5,8 @@ import re
 import signal
 import sys
 from collections import Counter
-from functools import partial
+from functools import cache, partial
+from importlib.machinery import SourceFileLoader
 
 from support.cases import changed, open_descriptors, state
 from support.cases import plain as plain_value
@@ -18,6 +19,9 @@ try:
     import _testcapi
 except ImportError:
     sys.exit("Allocations fail through _testcapi, which this interpreter comes without.")
+
+# CPython may crash where it compiles without memory: what it has compiled once it takes again.
+SourceFileLoader.source_to_code = cache(SourceFileLoader.source_to_code)
 
 FAR = 50_000  # more allocations than any operation makes
 LARGE = 1 << 64  # no such integer is taken from those that the interpreter keeps
@@ -107,7 +111,8 @@ def walk(row, most, warm):
     explains."""
     walked = [*attempts(native, row, most, warm)]
     odd = set().union(*(shown for _, shown, _ in walked))
-    explanations = attempts(plain, row, most and 40, warm) if plain and odd else ()
+    spread = None if "exit status" in dict(odd) else most and 40  # CPython's own crashes are few
+    explanations = attempts(plain, row, spread, warm) if plain and odd else ()
     in_plain = set().union(*(shown for _, shown, _ in explanations))
     unexplained = {what: s for what, s, repeat in walked if s and not is_explained(s, repeat, in_plain)}
     return len(walked), odd & in_plain, unexplained
