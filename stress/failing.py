@@ -23,7 +23,7 @@ EXCEPTIONS = {
     r"(wallet.key|HEARTBEAT.md) is \(''": "a key or checklist whose write fails after the file was opened may be empty",
     r"authenticate\(\): data/wallet.key is \('(cd){32}', 384\)": "the key of an accepted wallet is kept",
     r"KeyboardInterrupt .* sys.modules has other \['m'\]": "a load that is interrupted leaves its module registered",
-    r"aliases: interrupted .* importlib.import_module": "what cannot be imported gets a stand-in",
+    r"aliases: stopped at .* importlib.import_module": "what cannot be imported gets a stand-in",
     r"nobody can be asked .* a (link|foreign file) at": "where nobody can ask, links and others' files are as good",
     r"somebody else is \[\('of somebody else', 384\)\]": "the last step of writing goes by the file's name",
     r"somebody else is \[\]": "a file is emptied as it is opened, before its owner is asked",

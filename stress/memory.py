@@ -111,10 +111,12 @@ def walk(row, most, warm):
     explains."""
     walked = [*attempts(native, row, most, warm)]
     odd = set().union(*(shown for _, shown, _ in walked))
-    spread = None if "exit status" in dict(odd) else most and 40  # CPython's own crashes are few
-    explanations = attempts(plain, row, spread, warm) if plain and odd else ()
-    in_plain = set().union(*(shown for _, shown, _ in explanations))
-    unexplained = {what: s for what, s, repeat in walked if s and not is_explained(s, repeat, in_plain)}
+    for spread in (most and 40, None):  # all of plain Python's allocations where those do not explain it
+        explanations = attempts(plain, row, spread, warm) if plain and odd else ()
+        in_plain = set().union(*(shown for _, shown, _ in explanations))
+        unexplained = {what: s for what, s, repeat in walked if s and not is_explained(s, repeat, in_plain)}
+        if not unexplained:
+            break
     return len(walked), odd & in_plain, unexplained
 
 
