@@ -6,9 +6,9 @@
 
 namespace py {
 
-std::optional<Object> find_item(PyObject* dict, const Object& key) {
+std::optional<Object> find_item(const Object& dict, const Object& key) {
     PyObject* value = nullptr;
-    if (check(compat::find_item(dict, key.ptr(), &value)) == 0) return std::nullopt;
+    if (check(compat::find_item(dict.ptr(), key.ptr(), &value)) == 0) return std::nullopt;
     return Object::steal(value);
 }
 

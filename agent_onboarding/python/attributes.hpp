@@ -15,8 +15,7 @@ Object mapping_get(const Object& mapping, const Object& key, const Object* other
 }  // namespace detail
 
 /// `dict[key]` of an exact dict, where there is one.
-std::optional<Object> find_item(PyObject* dict, const Object& key);
-inline std::optional<Object> find_item(const Object& dict, const Object& key) { return find_item(dict.ptr(), key); }
+std::optional<Object> find_item(const Object& dict, const Object& key);
 
 template <Literal L>
 Object Object::attr() const {
