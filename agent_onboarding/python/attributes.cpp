@@ -22,13 +22,10 @@ namespace detail {
 
 namespace {
 
-/// What an exact module's own namespace binds to the name. Only the special names of its type come before that; null
-/// where the general look-up has to decide.
+/// What an exact module's own namespace binds to the name; null where the general look-up has to decide. Only
+/// `__class__`, `__dict__` and `__annotations__` come before that, which nobody asks a module for.
 PyObject* module_attribute(const Object& object, const Name& name) {
-    PyObject* value = nullptr;
-    if (PyModule_CheckExact(object.ptr()) && !name.is_special())
-        check(compat::find_item(PyModule_GetDict(object.ptr()), name.get().ptr(), &value));
-    return value;
+    return PyModule_CheckExact(object.ptr()) ? name.find_in(PyModule_GetDict(object.ptr())) : nullptr;
 }
 
 }  // namespace
@@ -46,8 +43,7 @@ std::optional<Object> find_attribute(const Object& object, const Name& name) {
 Object mapping_get(const Object& mapping, const Object& key, const Object* otherwise) {
     if (!mapping.is_exact_dict())
         return otherwise != nullptr ? mapping.call<"get">(key, *otherwise) : mapping.call<"get">(key);
-    PyObject* value = nullptr;
-    if (check(compat::find_item(mapping.ptr(), key.ptr(), &value)) != 0) return Object::steal(value);
+    if (auto value = find_item(mapping, key)) return *std::move(value);
     return otherwise != nullptr ? *otherwise : none;
 }
 

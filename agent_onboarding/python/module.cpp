@@ -45,14 +45,12 @@ void Module::set(const char* name, const Object& value) const {
     check(PyDict_SetItemString(globals().ptr(), name, value.ptr()));
 }
 
-Object Module::get(const Object& name) const {
-    PyObject* value = nullptr;
-    // Null once the garbage collector has cleared the module.
-    PyObject* globals = PyModule_GetDict(module_);
-    if (globals != nullptr) check(compat::find_item(globals, name.ptr(), &value));
-    if (value == nullptr) check(compat::find_item(state_->builtins().ptr(), name.ptr(), &value));
+Object Module::get(const Name& name) const {
+    PyObject* globals = PyModule_GetDict(module_);  // null once the garbage collector has cleared the module
+    PyObject* value = globals != nullptr ? name.find_in(globals) : nullptr;
+    if (value == nullptr) value = name.find_in(state().builtins().ptr());
     if (value != nullptr) return Object::steal(value);
-    raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{name}, kw<"name">(name)});
+    raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{name.get()}, kw<"name">(name.get())});
 }
 
 }  // namespace py

@@ -20,7 +20,6 @@ public:
     static int clear(PyObject* module) noexcept;
     static void release(void* module) noexcept;
 
-    [[nodiscard]] NameTable& names() noexcept { return *names_; }
     /// The namespace of the interpreter's built-ins.
     [[nodiscard]] const Object& builtins() const noexcept { return builtins_; }
     /// The type of the module's generators; empty until the first is made.
@@ -38,11 +37,10 @@ private:
 /// The module whose function runs; whoever called the function keeps it alive.
 class Module {
 public:
-    explicit Module(PyObject* module) noexcept
-        : module_(module), state_(static_cast<ModuleState*>(PyModule_GetState(module))) {}
+    explicit Module(PyObject* module) noexcept : module_(module) {}
 
     [[nodiscard]] PyObject* ptr() const noexcept { return module_; }
-    [[nodiscard]] ModuleState& state() const noexcept { return *state_; }
+    [[nodiscard]] ModuleState& state() const noexcept { return *static_cast<ModuleState*>(PyModule_GetState(module_)); }
     /// `globals()`
     [[nodiscard]] Object globals() const { return Object::borrow(PyModule_GetDict(module_)); }
 
@@ -52,7 +50,7 @@ public:
         if constexpr (is_dotted<L>)
             return get<parent<L>>().template attr<last_name<L>>();
         else
-            return get(string_name<L>.get(state_->names()));
+            return get(string_name<L>);
     }
     /// `hasattr(name, "attribute")` for "name.attribute"
     template <Literal L>
@@ -62,7 +60,7 @@ public:
     /// `name = value`
     template <Literal L, typename Item>
     void set(const Item& value) const {
-        globals().set_item(string_name<L>.get(state_->names()), to_object(value));
+        globals().set_item(string_name<L>.get(), to_object(value));
     }
     void set(const char* name, const Object& value) const;
     /// `name(…)`, `name.attribute(…)`
@@ -76,10 +74,9 @@ public:
     }
 
 private:
-    [[nodiscard]] Object get(const Object& name) const;
+    [[nodiscard]] Object get(const Name& name) const;
 
     PyObject* module_;
-    ModuleState* state_;
 };
 
 }  // namespace py

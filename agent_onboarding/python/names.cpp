@@ -2,25 +2,17 @@
 #include "python/names.hpp"
 
 #include <memory>
+#include <mutex>
+
+#include "python/compat.hpp"
 
 namespace py {
 
 namespace {
 
 constinit NameTable* tables = nullptr;  // all of them; they are not Python objects
-constinit std::atomic_flag tables_are_locked;
-
-/// Interpreters with locks of their own may look for their tables at the same time. Nothing is called meanwhile.
-class TablesLock {
-public:
-    TablesLock() noexcept {
-        while (tables_are_locked.test_and_set(std::memory_order_acquire)) {
-        }
-    }
-    ~TablesLock() { tables_are_locked.clear(std::memory_order_release); }
-    TablesLock(const TablesLock&) = delete;
-    TablesLock& operator=(const TablesLock&) = delete;
-};
+// Interpreters with locks of their own may look for their tables at the same time. Nothing is called meanwhile.
+constinit std::mutex tables_mutex;
 
 std::int64_t running_interpreter() noexcept { return PyInterpreterState_GetID(PyInterpreterState_Get()); }
 
@@ -34,13 +26,13 @@ NameTable* NameTable::find(std::int64_t interpreter) noexcept {
 
 NameTable& NameTable::find_running() noexcept {
     const std::int64_t interpreter = running_interpreter();
-    const TablesLock lock;
+    const std::lock_guard lock{tables_mutex};
     return *find(interpreter);
 }
 
 NameTable* NameTable::acquire() {
     auto made = std::make_unique<NameTable>(running_interpreter());
-    const TablesLock lock;
+    const std::lock_guard lock{tables_mutex};
     NameTable* table = find(made->interpreter_);
     if (table == nullptr) {
         only_.store(tables == nullptr ? made.get() : nullptr, std::memory_order_release);
@@ -54,7 +46,7 @@ NameTable* NameTable::acquire() {
 void NameTable::release() noexcept {
     if (--users_ > 0) return;
     {
-        const TablesLock lock;
+        const std::lock_guard lock{tables_mutex};
         NameTable** link = &tables;
         while (*link != this) link = &(*link)->next_;
         *link = next_;
@@ -101,6 +93,16 @@ const Object& Name::intern(NameTable& names) const {
     Object& slot = names[assign_slot()];
     if (slot.ptr() == nullptr) slot = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
     return slot;
+}
+
+PyObject* Name::find_in(PyObject* dict) const {
+    PyObject* const key = get().ptr();
+    PyObject *found = nullptr, *value = nullptr;
+    Py_ssize_t position = position_;
+    if (PyDict_Next(dict, &position, &found, &value) != 0 && found == key) return Py_NewRef(value);
+    if (check(compat::find_item(dict, key, &value)) != 0 && position_ == 0)
+        for (position = 0; PyDict_Next(dict, &position, &found, nullptr) != 0 && found != key;) position_ = position;
+    return value;
 }
 
 }  // namespace py

@@ -54,15 +54,16 @@ public:
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
-    [[nodiscard]] const Object& get() const { return get(NameTable::running()); }
-    [[nodiscard]] const Object& get(NameTable& names) const {
+    [[nodiscard]] const Object& get() const {
+        NameTable& names = NameTable::running();
         // Slot 0 stays empty: it is that of a literal that was used in no interpreter yet.
         const Object& object = names[slot_.load(std::memory_order_relaxed)];
         return object.ptr() != nullptr ? object : intern(names);
     }
 
-    /// Whether types reserve the name for themselves.
-    [[nodiscard]] bool is_special() const noexcept { return text().starts_with("__"); }
+    /// What a namespace binds to the name, a new reference; null where it does not bind it. Namespaces grow, but seldom
+    /// change their order, so that the entry which had the name the last time is looked at first.
+    [[nodiscard]] PyObject* find_in(PyObject* dict) const;
 
 private:
     [[nodiscard]] std::string_view text() const noexcept { return {reinterpret_cast<const char*>(this + 1), size_}; }
@@ -70,6 +71,7 @@ private:
     [[nodiscard]] const Object& intern(NameTable& names) const;
 
     mutable std::atomic<unsigned> slot_ = 0;
+    mutable std::atomic<Py_ssize_t> position_ = 0;  // for PyDict_Next; 0 before the first look-up
     unsigned short size_;
     Kind kind_;
 };
