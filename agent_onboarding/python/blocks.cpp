@@ -67,18 +67,18 @@ Object method_of_context_manager(const Object& manager, const Object& name, cons
 
 }  // namespace
 
-ContextManager::ContextManager(const Object& manager) {
+std::pair<Object, Object> detail::context_methods(const Object& manager) {
     const auto find_exit = [&] {
-        exit_ = method_of_context_manager(manager, "__exit__"_s, " (missed __exit__ method)");
+        return method_of_context_manager(manager, "__exit__"_s, " (missed __exit__ method)");
     };
-    if (compat::with_asks_for_exit_first) find_exit();
-    enter_ = method_of_context_manager(manager, "__enter__"_s, compat::missed_enter);
-    if (!compat::with_asks_for_exit_first) find_exit();
+    Object exit = compat::with_asks_for_exit_first ? find_exit() : none;
+    Object enter = method_of_context_manager(manager, "__enter__"_s, compat::missed_enter);
+    return {std::move(enter), compat::with_asks_for_exit_first ? std::move(exit) : find_exit()};
 }
 
-bool ContextManager::exit(const Object& exception) const {
+bool detail::swallows(const Object& exit, const Object& exception) {
     PyObject* traceback = PyException_GetTraceback(exception.ptr());
-    return truth(invoke{exit_, type_of(exception), exception, traceback != nullptr ? Object::steal(traceback) : none});
+    return truth(invoke{exit, type_of(exception), exception, traceback != nullptr ? Object::steal(traceback) : none});
 }
 
 }  // namespace py

@@ -90,33 +90,28 @@ detail::ResultOf<Body> try_finally(Body body, Cleanup cleanup) {
     return result;
 }
 
-/// What `with` does before and behind its body.
-class ContextManager {
-public:
-    explicit ContextManager(const Object& manager);
+namespace detail {
 
-    [[nodiscard]] Object enter() const { return invoke{enter_}; }
-    void exit() const { invoke{exit_, none, none, none}; }
-    /// Whether the manager swallows the exception.
-    [[nodiscard]] bool exit(const Object& exception) const;
+/// The `__enter__` and the `__exit__` of a context manager.
+std::pair<Object, Object> context_methods(const Object& manager);
+/// Whether the context manager swallows the exception.
+bool swallows(const Object& exit, const Object& exception);
 
-private:
-    Object enter_, exit_;
-};
+}  // namespace detail
 
 /// `with manager as value: return body(value)`; None where the manager swallows the exception of the body.
 template <typename Body>
 Object with(const Object& manager, const Body& body) {
-    const ContextManager context{manager};
-    const Object value = context.enter();
+    const auto [enter, exit] = detail::context_methods(manager);
+    const Object value = invoke{enter};
     bool is_swallowed = false;
     Object result = try_except([&] { return body(value); },
-                               [&](const Handling& except) -> Object {
-                                   is_swallowed = context.exit(except.value());
+                               [&, &exit = exit](const Handling& except) -> Object {
+                                   is_swallowed = detail::swallows(exit, except.value());
                                    if (!is_swallowed) except.reraise();
                                    return none;
                                });
-    if (!is_swallowed) context.exit();
+    if (!is_swallowed) invoke{exit, none, none, none};
     return result;
 }
 

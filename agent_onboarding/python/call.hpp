@@ -5,36 +5,20 @@
 
 namespace py {
 
-/// `name=value` in a call.
+/// `name=value` in a call, made among its arguments, so that what it refers to lives as long.
 template <Literal L, typename T>
 struct Keyword {
     static constexpr auto name = L;
 
-    T value;  // a reference where the caller has the object
+    T&& value;
 };
 
 template <Literal L, typename T>
 inline constexpr bool is_value<Keyword<L, T>> = is_value<T>;
 
-template <Literal L>
-Keyword<L, const Object&> kw(const Object& value) {
-    return {value};
-}
-template <Literal L>
-Keyword<L, Object> kw(Object&& value) {
-    return {std::move(value)};
-}
-template <Literal L, std::signed_integral Number>
-Keyword<L, Number> kw(Number value) {
-    return {value};
-}
-template <Literal L>
-Keyword<L, bool> kw(std::same_as<bool> auto value) {
-    return {value};
-}
-template <Literal L>
-Keyword<L, None> kw(None) {
-    return {none};
+template <Literal L, typename T>
+Keyword<L, T> kw(T&& value) {
+    return {std::forward<T>(value)};
 }
 
 namespace detail {

@@ -17,47 +17,37 @@ inline std::optional<Object> next(const Object& iterator) {
     return std::nullopt;
 }
 
-class IterableRange {
+/// `for (const Object& item : iterate(iterable))`
+class iterate {
 public:
-    explicit IterableRange(const Object& iterable) : source_(by_index(iterable) ? iterable : iterator(iterable)) {}
+    explicit iterate(const Object& iterable)
+        : is_indexed_(iterable.is_exact_list() || PyTuple_CheckExact(iterable.ptr())),
+          source_(is_indexed_ ? iterable : iterator(iterable)),
+          item_(next_item()) {}
 
-    class Iterator {
-    public:
-        explicit Iterator(const Object& source) : source_(source), item_(next_item()) {}
-        Iterator& operator++() {
-            item_ = next_item();
-            return *this;
-        }
+    struct Position {
+        iterate& range;
+        void operator++() { range.item_ = range.next_item(); }
         // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the loop has compared with the end
-        const Object& operator*() const { return *item_; }
-        bool operator==(std::default_sentinel_t) const noexcept { return !item_.has_value(); }
-
-    private:
-        std::optional<Object> next_item() {
-            if (!by_index(source_)) return next(source_);
-            if (index_ >= PySequence_Fast_GET_SIZE(source_.ptr())) return std::nullopt;
-            return Object::borrow(PySequence_Fast_GET_ITEM(source_.ptr(), index_++));
-        }
-
-        const Object& source_;
-        Py_ssize_t index_ = 0;
-        std::optional<Object> item_;
+        const Object& operator*() const { return *range.item_; }
+        bool operator==(std::default_sentinel_t) const noexcept { return !range.item_.has_value(); }
     };
-
-    [[nodiscard]] Iterator begin() const { return Iterator{source_}; }
+    [[nodiscard]] Position begin() { return {*this}; }
     [[nodiscard]] static std::default_sentinel_t end() noexcept { return {}; }
 
 private:
-    /// Exactly a list or a tuple: read by index, as its own iterator would, which sees items that are appended meanwhile.
-    static bool by_index(const Object& iterable) noexcept {
-        return iterable.is_exact_list() || PyTuple_CheckExact(iterable.ptr()) != 0;
+    std::optional<Object> next_item() {
+        if (!is_indexed_) return next(source_);
+        if (index_ >= PySequence_Fast_GET_SIZE(source_.ptr())) return std::nullopt;
+        return Object::borrow(PySequence_Fast_GET_ITEM(source_.ptr(), index_++));
     }
 
+    /// Exactly a list or a tuple: read by index, as its own iterator would, which sees items that are appended meanwhile.
+    bool is_indexed_;
     Object source_;
+    Py_ssize_t index_ = 0;
+    std::optional<Object> item_;
 };
-
-/// `for (const Object& item : iterate(iterable))`
-inline IterableRange iterate(const Object& iterable) { return IterableRange{iterable}; }
 
 /// The items of a dict that nobody else can change meanwhile.
 template <typename Body>

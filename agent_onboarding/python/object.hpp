@@ -114,7 +114,8 @@ public:
     template <Literal L, typename Item>
     void set_item(const Item& value) const;
     void set_item(const Object& key, const Object& value) const {
-        check(PyObject_SetItem(pointer_, key.pointer_, value.pointer_));
+        const auto set = is_exact_dict() ? PyDict_SetItem : PyObject_SetItem;
+        check(set(pointer_, key.pointer_, value.pointer_));
     }
     void del_item(const Object& key) const { check(PyObject_DelItem(pointer_, key.pointer_)); }
 
@@ -168,9 +169,6 @@ inline bool operator!=(const Object& left, const Object& right) {
 
 inline Object operator|(const Object& left, const Object& right) {
     return Object::steal(PyNumber_Or(left.ptr(), right.ptr()));
-}
-inline Object& operator|=(Object& left, const Object& right) {
-    return left = Object::steal(PyNumber_InPlaceOr(left.ptr(), right.ptr()));
 }
 inline Object operator&(const Object& left, const Object& right) {
     return Object::steal(PyNumber_And(left.ptr(), right.ptr()));

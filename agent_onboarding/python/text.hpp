@@ -65,13 +65,14 @@ inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromS
 /// `"a" in text or "b" in text or …`
 template <Literal Characters>
 bool contains_any(const Object& text) {
-    if (!text.is_exact_str())
-        return [&]<std::size_t... I>(std::index_sequence<I...>) {
-            return (contains(text, string_name<part<Characters, I, I + 1>>.get()) || ...);
-        }(std::make_index_sequence<Characters.view().size()>{});
-    for (Py_ssize_t i = 0; i < PyUnicode_GET_LENGTH(text.ptr()); ++i)
-        if (std::ranges::count(Characters.view(), PyUnicode_READ_CHAR(text.ptr(), i)) > 0) return true;
-    return false;
+    return [&]<std::size_t... I>(std::index_sequence<I...>) {
+        if (!text.is_exact_str()) return (contains(text, string_name<part<Characters, I, I + 1>>.get()) || ...);
+        for (Py_ssize_t i = 0; i < PyUnicode_GET_LENGTH(text.ptr()); ++i) {
+            const Py_UCS4 character = PyUnicode_READ_CHAR(text.ptr(), i);
+            if (((character == static_cast<unsigned char>(Characters.text[I])) || ...)) return true;
+        }
+        return false;
+    }(std::make_index_sequence<Characters.view().size()>{});
 }
 
 /// `separator.join(strings)`

@@ -43,7 +43,7 @@ void check_wallet_path(Module m, const Object& path, Object (*failure)(const Obj
 }
 
 Object without_following_links(Module m, Object flags) {
-    if (m.has<"os.O_NOFOLLOW">()) flags |= m.get<"os.O_NOFOLLOW">();
+    if (m.has<"os.O_NOFOLLOW">()) flags = flags | m.get<"os.O_NOFOLLOW">();
     return flags;
 }
 
