@@ -10,8 +10,7 @@ namespace py {
 struct ParameterTable {
     const char* function;
     const Name* const* names;
-    std::size_t count, positional, required;
-    bool var_positional, var_keywords;
+    const Signature& signature;
 };
 
 namespace detail {
@@ -23,11 +22,7 @@ inline constexpr const Name* parameter_names[sizeof...(I) + 1] = {&string_name<p
 
 template <Literal L>
 inline constexpr ParameterTable parameter_table = []<std::size_t... I>(std::index_sequence<I...>) {
-    constexpr auto parsed = signature<L>;
-    return ParameterTable{function_name<L>.text, detail::parameter_names<L, I...>,
-                          parsed.count,          parsed.positional,
-                          parsed.required,       parsed.var_positional,
-                          parsed.var_keywords};
+    return ParameterTable{function_name<L>.text, detail::parameter_names<L, I...>, signature<L>};
 }(std::make_index_sequence<signature<L>.count>{});
 
 /// The arguments of one call as the interpreter passes them: positional values, then those of the keywords.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <exception>
+#include <memory>
 
 #include "python/arguments.hpp"
 #include "python/error.hpp"
@@ -39,19 +40,15 @@ namespace detail {
 /// The default of the I-th parameter, which needs no reference as it is immortal; null where it has none.
 template <Literal L, std::size_t I>
 PyObject* default_argument() {
-    constexpr Parameter parameter = signature<L>.parameters[I];
-    switch (parameter.default_value) {
-        case DefaultValue::none_:
-            return Py_None;
-        case DefaultValue::true_:
-            return Py_True;
-        case DefaultValue::false_:
-            return Py_False;
-        case DefaultValue::integer:
-            return PyLong_FromLong(parameter.number);
-        default:
-            return nullptr;
-    }
+    constexpr std::string_view text = signature<L>.parameters[I].default_value;
+    if constexpr (text.empty())
+        return nullptr;
+    else if constexpr (text == "None")
+        return Py_None;
+    else if constexpr (text == "True" || text == "False")
+        return text == "True" ? Py_True : Py_False;
+    else
+        return PyLong_FromLong(small_number(text));
 }
 
 /// Calls `Function(m, parameters…)`, where the signature has them with `*parts` as a tuple, and with `**kwargs` as a dict
@@ -105,6 +102,22 @@ inline constexpr auto documentation_text = documentation<L, Doc>();
 
 }  // namespace detail
 
+/// A function as type slots and method tables want it.
+template <typename Function>
+void* slot(Function function) noexcept {
+    return reinterpret_cast<void*>(function);
+}
+
+/// For tp_dealloc of a type whose objects are `T`.
+template <typename T>
+void deallocate(PyObject* self) noexcept {
+    PyTypeObject* type = Py_TYPE(self);
+    PyObject_GC_UnTrack(self);
+    std::destroy_at(reinterpret_cast<T*>(self));
+    type->tp_free(self);
+    Py_DECREF(type);
+}
+
 /// The table entry of a function: `def<"name(first, second=None)", function, "Docstring.">()`.
 template <Literal L, auto Function, Literal Doc = "">
 PyMethodDef def() noexcept {
@@ -115,10 +128,16 @@ PyMethodDef def() noexcept {
 
 /// The function of a table entry, which lives as long as the program.
 Object function(Module m, PyMethodDef& entry);
-/// The same as a method of a class, with `self` as its first parameter.
-Object method(Module m, PyMethodDef& entry);
+/// Whether the object is the function of the entry, so that calling that directly is the same.
+bool is_function(const Object& object, Module m, const PyMethodDef& entry) noexcept;
+Object make_type(Module m, PyType_Spec& description);
+/// An object of the type, filled with zeros.
+Object allocate(const Object& type);
+
 /// A function with its first argument given.
 Object bound_method(const Object& function, const Object& first);
+/// Binds the functions in a class body as methods, with `self` as their first parameter.
+void add_methods(Module m, const Object& body, std::span<PyMethodDef> entries);
 /// `class name: …` with what its body binds.
 Object make_class(Module m, const Object& name, const Object& body);
 

@@ -1,9 +1,6 @@
 /// \file The type of the generators, made when the first of them is.
 #include "python/generator.hpp"
 
-#include <memory>
-#include <new>
-
 #include "python/blocks.hpp"
 #include "python/function.hpp"
 
@@ -37,15 +34,6 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
 int clear(PyObject* self) noexcept {
     finish(generator_of(self));
     return 0;
-}
-
-void deallocate(PyObject* self) noexcept {
-    PyTypeObject* type = Py_TYPE(self);
-    PyObject_GC_UnTrack(self);
-    std::destroy_at(&generator_of(self).held);
-    std::destroy_at(&generator_of(self).module);
-    type->tp_free(self);
-    Py_DECREF(type);
 }
 
 void refuse_running(const Generator& generator) {
@@ -125,11 +113,6 @@ PyObject* close(PyObject* self, PyObject*) noexcept {
     });
 }
 
-template <typename Function>
-void* slot(Function function) noexcept {
-    return reinterpret_cast<void*>(function);
-}
-
 PyMethodDef methods[] = {
     {"send", send, METH_O, nullptr},
     {"throw", reinterpret_cast<PyCFunction>(slot(throw_into)), METH_FASTCALL, nullptr},
@@ -137,8 +120,8 @@ PyMethodDef methods[] = {
     {},
 };
 
-Object make_type(Module m) {
-    PyType_Slot slots[] = {{Py_tp_dealloc, slot(deallocate)},
+Object make_generator_type(Module m) {
+    PyType_Slot slots[] = {{Py_tp_dealloc, slot(deallocate<Generator>)},
                            {Py_tp_traverse, slot(traverse)},
                            {Py_tp_clear, slot(clear)},
                            {Py_tp_iter, slot(PyObject_SelfIter)},
@@ -147,21 +130,18 @@ Object make_type(Module m) {
                            {0, nullptr}};
     PyType_Spec description{"sablecrest.agent_onboarding.generator", sizeof(Generator), 0,
                             Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
-    PyObject* type = PyType_FromModuleAndSpec(m.ptr(), &description, nullptr);
-    // CPython does not say so when there is no memory for a copy of the name.
-    if (type == nullptr && PyErr_Occurred() == nullptr) PyErr_NoMemory();
-    return Object::steal(type);
+    return make_type(m, description);
 }
 
 }  // namespace
 
 Object generator(Module m, const GeneratorBody& body, const Object& argument) {
     std::optional<Object>& type = m.state().generator_type();
-    if (!type.has_value()) type = make_type(m);
-    Object object = Object::steal(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(type->ptr()), 0));
+    if (!type.has_value()) type = make_generator_type(m);
+    Object object = allocate(*type);
     Generator& generator = generator_of(object.ptr());
-    new (&generator.module) Object{Object::borrow(m.ptr())};
-    new (&generator.held) Object{argument};
+    generator.module = Object::borrow(m.ptr());
+    generator.held = argument;
     generator.body = &body;
     generator.stage = Stage::created;
     return object;

@@ -8,18 +8,13 @@
 
 namespace py {
 
-enum class DefaultValue { absent, none_, true_, false_, integer };
-
 struct Parameter {
-    std::size_t begin = 0, end = 0;  // of its name in the line
-    DefaultValue default_value = DefaultValue::absent;
-    long number = 0;  // where the default is an integer
+    std::string_view name, default_value;  // no default where it is empty
 };
 
-template <std::size_t Capacity>
-struct ParsedSignature {
-    std::size_t name_end = 0;
-    std::array<Parameter, Capacity> parameters{};
+struct Signature {
+    std::string_view function;
+    std::array<Parameter, 8> parameters{};
     std::size_t count = 0;       // of named parameters
     std::size_t positional = 0;  // those that may be passed by position
     std::size_t required = 0;
@@ -34,30 +29,20 @@ constexpr std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-constexpr void read_default(Parameter& parameter, std::string_view text) {
-    if (text == "None") {
-        parameter.default_value = DefaultValue::none_;
-    } else if (text == "True") {
-        parameter.default_value = DefaultValue::true_;
-    } else if (text == "False") {
-        parameter.default_value = DefaultValue::false_;
-    } else {
-        parameter.default_value = DefaultValue::integer;
-        for (const char digit : text) {
-            if (digit < '0' || digit > '9') throw "a default is None, True, False or a number";
-            parameter.number = parameter.number * 10 + (digit - '0');
-        }
-        if (parameter.number > 256) throw "only small integers are immortal";
+/// A default that is a number, which has to be one of those that the interpreter never frees.
+consteval long small_number(std::string_view text) {
+    long number = 0;
+    for (const char digit : text) {
+        if (digit < '0' || digit > '9' || number > 24) throw "a default is None, True, False or a number up to 249";
+        number = number * 10 + (digit - '0');
     }
+    return number;
 }
 
-template <Literal L>
-constexpr auto parse_signature() {
-    constexpr std::string_view line = L.view();
-    ParsedSignature<static_cast<std::size_t>(std::count(line.begin(), line.end(), ',')) + 1> signature;
-    signature.name_end = line.find('(');
+constexpr Signature parse_signature(std::string_view line) {
+    Signature signature{line.substr(0, line.find('('))};
     bool keyword_only = false;
-    std::size_t begin = signature.name_end + 1;
+    std::size_t begin = signature.function.size() + 1;
     while (begin < line.size() - 1) {
         const std::size_t end = std::min(line.find(',', begin), line.size() - 1);
         const std::string_view text = trimmed(line.substr(begin, end - begin));
@@ -68,17 +53,13 @@ constexpr auto parse_signature() {
             signature.var_positional = text.size() > 1;
             if (signature.var_positional && signature.count > 0) throw "*parts stand alone";
         } else {
-            Parameter& parameter = signature.parameters[signature.count++];
-            parameter.begin = end - text.size();
-            parameter.end = parameter.begin + std::min(text.find('='), text.size());
-            if (const std::size_t equals = text.find('='); equals != std::string_view::npos)
-                read_default(parameter, text.substr(equals + 1));
-            else
-                ++signature.required;
-            if (!keyword_only)
-                ++signature.positional;
-            else if (parameter.default_value == DefaultValue::absent)
-                throw "a keyword-only parameter has a default";
+            const std::size_t equals = std::min(text.find('='), text.size());
+            const bool is_required = equals == text.size();
+            if (keyword_only && is_required) throw "a keyword-only parameter has a default";
+            signature.parameters[signature.count++] = {text.substr(0, equals),
+                                                       is_required ? "" : text.substr(equals + 1)};
+            signature.required += is_required ? 1 : 0;
+            signature.positional += keyword_only ? 0 : 1;
         }
         begin = end + 1;
     }
@@ -88,12 +69,12 @@ constexpr auto parse_signature() {
 }  // namespace detail
 
 template <Literal L>
-inline constexpr auto signature = detail::parse_signature<L>();
+inline constexpr Signature signature = detail::parse_signature(L.view());
 
 template <Literal L>
-inline constexpr auto function_name = part<L, 0, signature<L>.name_end>;
+inline constexpr Literal<signature<L>.function.size() + 1> function_name{signature<L>.function};
 
 template <Literal L, std::size_t I>
-inline constexpr auto parameter_name = part<L, signature<L>.parameters[I].begin, signature<L>.parameters[I].end>;
+inline constexpr Literal<signature<L>.parameters[I].name.size() + 1> parameter_name{signature<L>.parameters[I].name};
 
 }  // namespace py

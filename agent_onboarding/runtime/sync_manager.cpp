@@ -32,7 +32,7 @@ PyMethodDef methods[] = {def<"__init__(self, manifest, runtime_freshness_guard=N
 
 Object make_sync_manager_class(Module m) {
     const Object body = dict{};
-    for (PyMethodDef& entry : methods) body.set_item(from_utf8(entry.ml_name), method(m, entry));
+    add_methods(m, body, methods);
     return make_class(m, "_LocalRuntimeSyncManager"_s, body);
 }
 

@@ -21,7 +21,7 @@ Object auth_token_repr(Module, const Object& self) {
     return fstring<"AuthToken(token='<redacted>', expires_at={})">{repr(self.attr<"expires_at">())};
 }
 
-PyMethodDef auth_token_repr_entry = def<"__repr__(self)", auth_token_repr>();
+PyMethodDef auth_token_methods[] = {def<"__repr__(self)", auth_token_repr>()};
 
 }  // namespace
 
@@ -44,7 +44,7 @@ Object make_auth_token(Module m) {
     body.set_item<"__doc__">("Returned by login() on successful authentication."_s);
     body.set_item<"__annotations__">(annotations);
     body.set_item<"token">(m.call<"field">(kw<"repr">(false)));
-    body.set_item<"__repr__">(method(m, auth_token_repr_entry));
+    add_methods(m, body, auth_token_methods);
     return make_record(m, "AuthToken"_s, body);
 }
 
