@@ -28,7 +28,48 @@ Object append_allowed_named_universes(Module m, const Object& values, const Obje
     return none;
 }
 
-void append_listed(Module m, const Object& values, const Object& universes) {
+/// The candidates so far. While the functions that append to them are the module's own, a set tells which there are, so
+/// that a name costs the same however many came before. Functions that were put in their place get the list.
+class Candidates {
+public:
+    explicit Candidates(Module m) : m_(m) {}
+
+    [[nodiscard]] const Object& values() const noexcept { return values_; }
+
+    void append(const Object& function, const Object& value) {
+        is_indexed_ = is_indexed_ && is_function(function, m_, functions::named_universes[1]) &&
+                      is_function(m_.get<"_safe_named_universe">(), m_, functions::named_universes[0]);
+        if (!is_indexed_) {
+            invoke{function, values_, value};
+            return;
+        }
+        const Object name = safe_named_universe(m_, value);
+        is_indexed_ = name.is_none() || name.is_exact_str();
+        if (!truth(name) || contains(is_indexed_ ? index_ : values_, name)) return;
+        if (is_indexed_) add(index_, name);
+        py::append(values_, name);
+    }
+    void append(const Object& value) { append(m_.get<"_append_unique_named_universe">(), value); }
+
+    void append_allowed(const Object& function, const Object& raw) {
+        if (!is_function(function, m_, functions::named_universes[2])) {
+            is_indexed_ = false;
+            invoke{function, values_, raw};
+        } else if (raw.is_list()) {
+            for (const Object& item : iterate(raw)) append(item);
+        } else {
+            append(raw);
+        }
+    }
+
+private:
+    Module m_;
+    Object values_ = list{};
+    Object index_ = set{};
+    bool is_indexed_ = true;
+};
+
+void append_listed(Candidates& candidates, const Object& universes) {
     for (const Object& universe : iterate(universes)) {
         Object name = universe;
         if (universe.is_dict()) {
@@ -36,27 +77,31 @@ void append_listed(Module m, const Object& values, const Object& universes) {
             if (!truth(name)) name = universe.get<"id">();
             if (!truth(name)) name = universe.get<"name">();
         }
-        m.call<"_append_unique_named_universe">(values, name);
+        candidates.append(name);
     }
 }
 
 Object active_era_named_universe_candidates(Module m, const Object& era) {
-    Object values = list{};
-    invoke{m.get<"_append_unique_named_universe">(), values, era.get<"named_universe">()};
-    invoke{m.get<"_append_allowed_named_universes">(), values, era.get<"allowed_named_universes">()};
+    Candidates candidates{m};
+    const Object append = m.get<"_append_unique_named_universe">();
+    candidates.append(append, era.get<"named_universe">());
+    const Object append_allowed = m.get<"_append_allowed_named_universes">();
+    candidates.append_allowed(append_allowed, era.get<"allowed_named_universes">());
 
     const Object pools = era.get<"signal_pools">();
     if (pools.is_list())
-        for (const Object& pool : iterate(pools))
-            if (pool.is_dict())
-                invoke{m.get<"_append_allowed_named_universes">(), values, pool.get<"allowed_named_universes">()};
+        for (const Object& pool : iterate(pools)) {
+            if (!pool.is_dict()) continue;
+            const Object append_pool = m.get<"_append_allowed_named_universes">();
+            candidates.append_allowed(append_pool, pool.get<"allowed_named_universes">());
+        }
 
     const Object universes = era.get<"universes">();
     if (universes.is_list())
-        append_listed(m, values, universes);
+        append_listed(candidates, universes);
     else if (universes.is_dict())
-        for (const Object& name : iterate(sorted(universes))) m.call<"_append_unique_named_universe">(values, name);
-    return values;
+        for (const Object& name : iterate(sorted(universes))) candidates.append(name);
+    return candidates.values();
 }
 
 /// The first safe name of a list, or of a single value.
