@@ -111,6 +111,8 @@ ROWS = [
     *(Case(f"stopped: {step}", stage(NOT_BUILT | {step: stops}), lenient, raises=KeyboardInterrupt, names=names)
       for step, names in ((SET, {}), (BUILD, AUTH), (LOCALLY, AUTH), (INIT, AUTH | {SEARCH_RUNTIME: LOCAL}))),
     Case("nobody", stage({"_auth_manager": None, UNIVERSE: None}), ensure, raises=NO_WALLET),
+    Case("nobody, and no exception that says so", stage({"_auth_manager": None, "auth.AuthError": str}), ensure,
+         raises=TypeError("exceptions must derive from BaseException")),
     Case("built", stage(BUILT), ensure, names=SEARCH),
     Case("no search", stage(BUILT | NO_SEARCH), try_to_ensure, **AGAIN),
     Case("no search, strict", stage(BUILT | NO_SEARCH), ensure, None, NOT_INJECTED, UNKNOWN, **AGAIN),

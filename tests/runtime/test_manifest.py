@@ -2,12 +2,12 @@
 
 from operator import methodcaller as call
 from pathlib import Path
-from types import SimpleNamespace
+from types import ModuleType, SimpleNamespace
 
 import pytest
 from sablecrest.errors import RuntimeModuleDownloadIncomplete
 from sablecrest.sync import CURRENT_PLATFORM
-from support.cases import Case, checked, given
+from support.cases import Case, checked, given, raising
 
 PATH, END, M, UNNAMED = "data/manifest.json", "the end", {"kind": "runtime_module:m"}, {"kind": "runtime_module"}
 MISSING = RuntimeModuleDownloadIncomplete(
@@ -25,6 +25,14 @@ SELECTED = {"m": "Z", "era_data": "n/vault.so", "vault": "n/vault.so", "n": None
 VAULT_FIRST = {"A/vault.so": UNNAMED, "m": M, "o/era_data.so": UNNAMED}
 
 
+NAMED = {"SECTION".lower(): "m", type("Name", (str,), {})("manifest_payload"): {"m": M}}
+
+
+class Answering(ModuleType):
+    def __init__(self, error):
+        self.__getattr__ = raising(error)
+
+
 def select(files, *names):
     return lambda m: [m._select_runtime_module_manifest_entry({"files": files}, name)[0] for name in names]
 
@@ -39,6 +47,9 @@ ROWS = [
     *(Case(f"bad: {call}", given({PATH: b'{"\xff'}), call, raises=UnicodeDecodeError) for call in (read, read_json)),
     *(Case(f"no files in {manifest}", given(), call("_manifest_files", manifest), {})
       for manifest in (None, {}, {"files": [1, 2]}, SimpleNamespace(files=None), 5)),
+    Case("no files where the attribute is missing", given(), call("_manifest_files", Answering(AttributeError)), {}),
+    Case("files that cannot be asked for", given(), call("_manifest_files", Answering(OSError)), raises=OSError),
+    Case("arguments by the texts of their names", given(), lambda m: m._manifest_payload_mapping_or_empty(**NAMED), M),
     Case("sorted by path", given(),
          lambda m: [entry[:2] for entry in m._runtime_module_manifest_entries({"files": FILES})], LISTED),
     Case("selected by name", given(), select(FILES, *SELECTED), [*SELECTED.values()]),

@@ -26,6 +26,17 @@ WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
 
     Raises IOError with exact L2 message format on failure.
 """
+#: What is called, and the words of its TypeError behind the function's name.
+MISUSE = {
+    "get_agents_md_fragment(1)": "takes exactly 0 positional arguments (1 given)",
+    "_normalize_key()": "takes exactly 1 positional argument (0 given)",
+    "_wallet_key_path('a', 'b')": "takes exactly 1 positional argument (2 given)",
+    "_local_vocabulary_path(named_universe='u')": "takes exactly 2 positional arguments (0 given)",
+    "login()": "takes at least 1 positional argument (0 given)",
+    "register(1, 2, 3, 4, 5, 6)": "takes at most 5 positional arguments (6 given)",
+    "login('', private_key='')": "got multiple values for keyword argument 'private_key'",
+    "_legacy_src_module_name(é=1)": "got an unexpected keyword argument 'é'",
+}
 #: Each option with its value at first, in the order of `_config`.
 OPTIONS = {
     "auto_heartbeat": True, "data_dir": SIBLINGS["settings"].DATA_DIR, "server_url": "https://api.sablecrest.example",
@@ -85,8 +96,10 @@ def test_records_pickle_and_hide_the_token(module):
 
 
 def test_misuse_and_a_second_initialisation_are_refused(compiled, monkeypatch):
-    with pytest.raises(TypeError, match=r"^register\(\) takes at most 5 positional arguments \(6 given\)$"):
-        compiled.register(1, 2, 3, 4, 5, 6)
+    for call, words in MISUSE.items():
+        with pytest.raises(TypeError) as refusal:
+            eval(call, dict(vars(compiled)))
+        assert str(refusal.value) == f"{call.partition('(')[0]}() {words}"
     monkeypatch.delitem(sys.modules, NAME)
     assert "__builtins__" not in vars(compiled)
     refusal = "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."

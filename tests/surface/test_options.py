@@ -4,6 +4,7 @@ import os
 import sys
 from json import dumps
 from pathlib import Path
+from types import ModuleType
 from unittest.mock import MagicMock
 
 import sablecrest
@@ -49,6 +50,12 @@ def without_sibling(module, patch):
     patch.setitem(sys.modules, "sablecrest._rotation_settings", None)
 
 
+def without_package(module, patch):
+    without_sibling(module, patch)
+    patch.setitem(sys.modules, "sablecrest", ModuleType("sablecrest"))
+    patch.delitem(sys.modules, "sablecrest._rotation_settings")
+
+
 # fmt: off
 ROWS = [
     *(Case(f"{k} {v!r} is stored", given(), configure(**{k: v}), config={k: stored}) for k, v, stored in STORED),
@@ -70,6 +77,8 @@ ROWS = [
 {{'market': 'm', 'family': 'f', 'named_universes': ['a'], 'rotation_seed': 3}})"""),
     Case("the sibling that writes it is missing", without_sibling, configure(family="f"), raises=ModuleNotFoundError,
          config={"family": "f"}),
+    Case("the package is none, and has no such name", without_package, configure(family="f"), config={"family": "f"},
+         raises=ImportError("cannot import name '_rotation_settings' from 'sablecrest' (unknown location)")),
 ]
 # fmt: on
 test_options_are_checked_and_stored_one_by_one = checked(ROWS)
