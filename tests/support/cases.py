@@ -59,8 +59,8 @@ def checked(rows):
     """A test that checks each row."""
 
     @pytest.mark.parametrize("case", [pytest.param(row, id=row.name, marks=row.needs) for row in rows])
-    def test(case, check):
-        check(case)
+    def test(case, module, tmp_path):
+        check(case, module, tmp_path)
 
     return test
 
@@ -211,7 +211,7 @@ def check(case, module, directory):
         "raises": like(error, case.raises),
         "context": like(context, case.context),
         "cause": like(cause, case.cause) or (context and error.__suppress_context__ and "from None") or None,
-        "calls": seen.calls and [call for call in seen.calls if "__enter__" not in call],
+        "calls": seen.calls,
         **seen.changes,
         "files": {path: as_expected(file, case.files.get(path)) for path, file in seen.changes["files"].items()},
         "modules": sorted(seen.changes["modules"]),
