@@ -28,9 +28,10 @@ VAULT_FIRST = {"A/vault.so": UNNAMED, "m": M, "o/era_data.so": UNNAMED}
 NAMED = {"SECTION".lower(): "m", type("Name", (str,), {})("manifest_payload"): {"m": M}}
 
 
-class Answering(ModuleType):
-    def __init__(self, error):
-        self.__getattr__ = raising(error)
+# A module whose class has something else under the name.
+def shadowed(files):
+    vars(manifest := type("Shadowed", (ModuleType,), {"files": property(files)})("m"))["files"] = {"its": "own"}
+    return manifest
 
 
 def select(files, *names):
@@ -47,8 +48,9 @@ ROWS = [
     *(Case(f"bad: {call}", given({PATH: b'{"\xff'}), call, raises=UnicodeDecodeError) for call in (read, read_json)),
     *(Case(f"no files in {manifest}", given(), call("_manifest_files", manifest), {})
       for manifest in (None, {}, {"files": [1, 2]}, SimpleNamespace(files=None), 5)),
-    Case("no files where the attribute is missing", given(), call("_manifest_files", Answering(AttributeError)), {}),
-    Case("files that cannot be asked for", given(), call("_manifest_files", Answering(OSError)), raises=OSError),
+    *(Case(name, given(), call("_manifest_files", shadowed(files)), answer, error) for name, files, answer, error in (
+        ("no attribute", raising(AttributeError), {}, None), ("no answer", raising(OSError), None, OSError))),
+    Case("an attribute of the class", given(), call("_manifest_files", shadowed(lambda _: M)), M),
     Case("arguments by the texts of their names", given(), lambda m: m._manifest_payload_mapping_or_empty(**NAMED), M),
     Case("sorted by path", given(),
          lambda m: [entry[:2] for entry in m._runtime_module_manifest_entries({"files": FILES})], LISTED),
