@@ -5,15 +5,10 @@ from operator import methodcaller
 from types import SimpleNamespace
 
 import sablecrest
-from sablecrest import search_templates
 from sablecrest.auth import AuthError
 from sablecrest.sync_backoff import SyncBackoffCancelled
-from support.cases import GONE, Case, checked, raising, release
-from support.platforms import needs_so
+from support.cases import GONE, Case, checked, raising
 from support.subject import SIBLINGS
-
-from local_service import LocalService
-from runtime_modules.make_data_directory import BUILT_MODULES, make_data_directory
 
 KEYWORDS = """auth sync_manager vault backtester search_tracker era_thread graph_validator compute_search_plan
     era_config load_vocabulary useful_signal_metadata load_found_signal_pnl signal_dir make_batch_orchestrator_cls
@@ -122,24 +117,3 @@ ROWS = [
 
 
 test_each_step_of_the_hand_over_fails_strictly_or_is_logged = checked(ROWS)
-
-
-def results():
-    return [*search_templates.search(), sablecrest.simulate_signal("momentum(close)")]
-
-
-def test_registration_ends_with_results_that_change_with_the_files(module, tmp_path, monkeypatch, caplog):
-    modules = None if needs_so.args[0] else BUILT_MODULES
-    release(module)
-    make_data_directory(tmp_path, modules=modules)
-    with LocalService(["code"]) as service:
-        module.configure(server_url=service.url, data_dir=str(tmp_path), auto_heartbeat=False)
-        module.register(invite_code="code", market_id=7, bootstrap_runtime=True)
-        assert service.requests.count("GET /eras") == 1
-        monkeypatch.chdir(tmp_path)  # where a search keeps its checklist
-        first = results()
-        make_data_directory(tmp_path, modules=modules, era_number=13, era_data_version=2)
-        module.ensure_runtime_bootstrapped()
-        assert not [before for before, after in zip(first, results()) if before["pnl"] == after["pnl"]]
-    told = caplog.text + repr(vars(search_templates._library_runtime))
-    assert not [s for s in (module._auth_manager.get_token(), (tmp_path / "wallet.key").read_text()) if s in told]

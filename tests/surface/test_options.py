@@ -56,16 +56,16 @@ def without_package(module, patch):
     patch.delitem(sys.modules, "sablecrest._rotation_settings")
 
 
+ROTATION_DEFAULTS = rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0)
+NOT_POSITIVE = ValueError("market_id must be a positive integer.")
 # fmt: off
 ROWS = [
     *(Case(f"{k} {v!r} is stored", given(), configure(**{k: v}), config={k: stored}) for k, v, stored in STORED),
     *(Case(f"{k} {v!r} is refused", given(), configure(**{k: v}), raises=ValueError(why)) for k, v, why in REFUSED),
-    Case("those before a refused one are in force, and nothing is written", given(config={"data_dir": "data"}),
-         configure(family="f", market_id=-1, invite_code="c"), config={"family": "f"},
-         raises=ValueError("market_id must be a positive integer.")),
+    Case("those before a refused one are in force, but in no file", given(config={"data_dir": "data"}),
+         configure(family="f", market_id=-1, invite_code="c"), raises=NOT_POSITIVE, config={"family": "f"}),
     Case("the defaults of rotation are filled in", given(config={"data_dir": "data"}), configure(family="f"),
-         config={"family": "f"},
-         files=rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0) | {"data": FOLDER}),
+         config={"family": "f"}, files={"data": FOLDER} | ROTATION_DEFAULTS),
     Case("what the file of rotation holds is kept", given(rotation(market="m", family="x", named_universes=["a"],
          rotation_seed=3), config={"data_dir": "data", "named_universe": "u"}),
          configure(family="f", auto_heartbeat=False), config={"family": "f", "auto_heartbeat": False},
