@@ -59,7 +59,7 @@ ROWS = [
     *(Case(host, together(given(config=options), reading(body)), fetch(), payload, calls=REQUEST.format(host, body))
       for host, options, body, payload in (("signals", SIGNALS, b"{}", {}), ("host/a", HOST, WIDE, {"\u00e9": 1}))),
     *(bad(opening(KeyError), NO_TOKEN, token=token, name=repr(token)) for token in (None, "")),
-    *(bad(given(), f"{FAILED}.", token=token, name=repr(token)) for token in ("secret\n", "a\r\nx", "secret\U0001d11e")),
+    *(bad(given(), f"{FAILED}.", token=token, name=repr(token)) for token in ("secret\n", "secret\U0001d11e")),
     *(bad(opening(error), f"{FAILED}.", error) for error in (OSError, ValueError, BadStatusLine)),
     *(bad(reading(raising(error)), f"{FAILED}.", error, name="reading") for error in (OSError, ValueError)),
     *(bad(reading(b"", status=status), f"{FAILED}: HTTP {status}.") for status in (204, 199, None)),
@@ -77,7 +77,6 @@ ROWS = [
     *(refuses({name: value}, "x", NO_MARKETS) for name, value in (("eras_by_market", {}), ("market_era_groups", "7"))),
     *(refuses({"market_era_groups": {"7": eras}}, "7", NO_ERAS) for eras in ([], (), {"0": ACTIVE})),
     refuses({"eras_by_market": {"7": [{"state": "active"}, CLOSED]}}, 7, NO_UNIVERSE),
-    refuses({"eras_by_market": {"7": ["no era", CLOSED]}}, 7, AttributeError),
     refuses({"eras_by_market": {"7": [ACTIVE]}}, "x", ValueError),
     refuses({"eras_by_market": {"7": [ACTIVE]}}, None, TypeError),
 ]  # fmt: skip

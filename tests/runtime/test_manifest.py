@@ -19,6 +19,7 @@ read, read_json = call("_read_manifest", "data"), call("_read_json_if_present", 
 PLATFORMS = {"b": M, "a": M | {"platform": CURRENT_PLATFORM}, "Z": M | {"platform": ""}, "A": M | {"platform": "other"}}
 KINDS = dict(zip("cdefgh", ({"kind": 5}, {"kind": None}, {"kind": "feature"}, {}, "text", [M])))
 FILES = PLATFORMS | KINDS | {"n/vault.so": UNNAMED, "o/era_data.so": UNNAMED}
+LISTING = {"files": FILES}
 LISTED = [("m", "Z"), ("m", "a"), ("m", "b"), ("vault", "n/vault.so"), ("era_data", "o/era_data.so")]
 #: For a name, the first entry of it; "vault" is another name of "era_data", and of nothing else.
 SELECTED = {"m": "Z", "era_data": "n/vault.so", "vault": "n/vault.so", "n": None}
@@ -40,8 +41,7 @@ def select(files, *names):
 
 ROWS = [
     Case("nothing", given({PATH: "{}"}), read, SimpleNamespace(era_number=None, version=None, files={})),
-    Case("whole", given({PATH: SECTIONS}), read,
-         SimpleNamespace(era_number="\u00e9", version=[1.5], files={"a": {"b": 1}})),
+    Case("whole", given({PATH: SECTIONS}), read, SimpleNamespace(era_number="é", version=[1.5], files={"a": {"b": 1}})),
     Case("missing", given(), read, raises=MISSING),
     *(Case(f"no file {path}", given(), call("_read_json_if_present", path)) for path in (PATH, "", None)),
     Case("any JSON", given({PATH: '"\u00e9"'}), read_json, "\u00e9"),
@@ -52,13 +52,11 @@ ROWS = [
         ("no attribute", raising(AttributeError), {}, None), ("no answer", raising(OSError), None, OSError))),
     Case("an attribute of the class", given(), call("_manifest_files", shadowed(lambda _: M)), M),
     Case("arguments by the texts of their names", given(), lambda m: m._manifest_payload_mapping_or_empty(**NAMED), M),
-    Case("sorted by path", given(),
-         lambda m: [entry[:2] for entry in m._runtime_module_manifest_entries({"files": FILES})], LISTED),
+    Case("by path", given(), lambda m: [e[:2] for e in m._runtime_module_manifest_entries(LISTING)], LISTED),
     Case("selected by name", given(), select(FILES, *SELECTED), [*SELECTED.values()]),
     Case("vault first", given(), select(VAULT_FIRST, "m", "era_data"), ["m", "A/vault.so"]),
     Case("no vault", given(), select({"o/era_data.so": UNNAMED}, "vault"), [None]),
-    Case("an entry", given(), call("_select_runtime_module_manifest_entry", {"files": FILES}, "vault"),
-         ("n/vault.so", UNNAMED)),
+    Case("one", given(), call("_select_runtime_module_manifest_entry", LISTING, "vault"), ("n/vault.so", UNNAMED)),
 ]  # fmt: skip
 test_manifest_is_read_as_it_is_and_lists_its_modules_for_this_platform = checked(ROWS)
 
@@ -78,6 +76,8 @@ def test_entries_are_looked_at_when_they_are_asked_for(module):
     manifest.files = {"b": M, "a": M}
     assert [next(entry)[1] for entry in (entries, thrown, closed)] == ["a"] * 3
     assert (entries.send(2), next(entries, END), closed.close(), next(closed, END)) == (("m", "b", M), END, None, END)
+    with pytest.raises(TypeError, match="should have returned an instance of BaseException"):
+        closed.throw(type("NoException", (Exception,), {"__new__": lambda _: 1}))
     with pytest.raises(KeyError, match="thrown"):
         thrown.throw(KeyError("thrown"))
     assert next(thrown, END) is END

@@ -30,8 +30,8 @@ WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
 MISUSE = {
     "get_agents_md_fragment(1)": "takes exactly 0 positional arguments (1 given)",
     "_normalize_key()": "takes exactly 1 positional argument (0 given)",
-    "_wallet_key_path('a', 'b')": "takes exactly 1 positional argument (2 given)",
     "_local_vocabulary_path(named_universe='u')": "takes exactly 2 positional arguments (0 given)",
+    "_load_manifest_runtime_module(1, 2, 3)": "takes exactly 2 positional arguments (3 given)",
     "login()": "takes at least 1 positional argument (0 given)",
     "register(1, 2, 3, 4, 5, 6)": "takes at most 5 positional arguments (6 given)",
     "login('', private_key='')": "got multiple values for keyword argument 'private_key'",
@@ -53,17 +53,15 @@ TYPES = """auto_heartbeat: bool, data_dir: str or PathLike, server_url: str, sig
 # fmt: on
 
 
-def test_names_are_bound_in_the_order_and_with_the_signatures_of_the_stub(module):
+# Their signatures are compared by mypy's stubtest.
+def test_names_are_bound_in_the_order_of_the_stub(module):
     bound = {name: value for name, value in vars(module).items() if not name.startswith("__")}
     assert [*bound][: len(IMPORTED.split())] == IMPORTED.split()
     stub = ast.parse((ROOT / "agent_onboarding/agent_onboarding.pyi").read_text("utf-8"))
-    for node in [node for node in ast.walk(stub) if isinstance(node, ast.arg)]:
-        node.annotation = None
-    nodes = {getattr(node, "name", None) or ast.unparse(getattr(node, "target", node)): node for node in stub.body}
-    assert [name for name in nodes if name in bound] == [*bound][len(IMPORTED.split()) :]
-    for name in [name for name, node in nodes.items() if isinstance(node, ast.FunctionDef)]:
-        assert f"({ast.unparse(nodes[name].args)})" == str(inspect.signature(bound[name]))
-        assert (bound[name].__name__, bound[name].__module__) == (name, NAME)
+    names = [getattr(node, "name", None) or ast.unparse(getattr(node, "target", node)) for node in stub.body]
+    assert [name for name in names if name in bound] == [*bound][len(IMPORTED.split()) :]
+    for name, function in [(name, bound.get(name)) for name in names if inspect.isroutine(bound.get(name))]:
+        assert (function.__name__, function.__module__) == (name, NAME)
 
 
 DOCUMENTED = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge AuthToken
