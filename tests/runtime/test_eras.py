@@ -2,10 +2,9 @@
 
 from http.client import BadStatusLine
 from json import JSONDecodeError
-from operator import methodcaller as call
 from types import SimpleNamespace
 
-from support.cases import Case, checked, given, patched, raising, together
+from support.cases import Case, call, checked, given, patched, raising, together
 
 FAILED, RECEIVED = "Registration bootstrap failed to fetch /eras", "Registration bootstrap received invalid /eras"
 NO_TOKEN = "Registration bootstrap could not fetch /eras without an auth token."

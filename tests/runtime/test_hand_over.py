@@ -1,13 +1,12 @@
 """The authenticated session and its runtime, handed to the sibling modules; how failures are told."""
 
 import sys
-from operator import methodcaller
 from types import SimpleNamespace
 
 import sablecrest
 from sablecrest.auth import AuthError
 from sablecrest.sync_backoff import SyncBackoffCancelled
-from support.cases import GONE, Case, checked, raising
+from support.cases import GONE, Case, call, checked, raising
 from support.subject import SIBLINGS
 
 KEYWORDS = """auth sync_manager vault backtester search_tracker era_thread graph_validator compute_search_plan
@@ -45,8 +44,8 @@ def stage(changes=()):
     return prepare
 
 
-strict, lenient = methodcaller("_propagate_auth", "MANAGER", True), methodcaller("_propagate_auth", "MANAGER")
-ensure, try_to_ensure = (methodcaller("ensure_runtime_bootstrapped", *strict) for strict in ((), (False,)))
+strict, lenient = call("_propagate_auth", "MANAGER", True), call("_propagate_auth", "MANAGER")
+ensure, try_to_ensure = (call("ensure_runtime_bootstrapped", *strict) for strict in ((), (False,)))
 
 
 def order(runtime, locally=""):
@@ -87,7 +86,7 @@ CHAINS = {
     "ValueError: a; caused by TypeError: b; diagnostic: ['x']": chained(first, second, first),
 }
 ROWS = [
-    *(Case(line, stage(), methodcaller("_exception_chain_detail", error), line) for line, error in CHAINS.items()),
+    *(Case(line, stage(), call("_exception_chain_detail", error), line) for line, error in CHAINS.items()),
     Case("whole", stage(), strict, names=UP | EXPORTED, calls=order(WHOLE)),
     Case("local", stage(NOT_BUILT), strict, names=UP_LOCALLY, calls=order(EMPTY, f"{LOCALLY}('MANAGER')")),
     *fails_at({SET: fails}, WRONG, "set active auth manager", "auth bootstrap failed after authentication.",

@@ -1,10 +1,9 @@
 """The assembly of the local runtime, each call with its arguments in order; its sync manager that never syncs."""
 
 import re
-from operator import methodcaller as call
 
 from sablecrest import _runtime, obfuscation, search_tracking
-from support.cases import Case, checked, given, raising
+from support.cases import Case, call, checked, given, raising
 
 
 class Part:

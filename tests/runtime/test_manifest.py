@@ -1,13 +1,12 @@
 """The manifest: what of it is read, and which runtime modules it lists; and other JSON files beside it."""
 
-from operator import methodcaller as call
 from pathlib import Path
 from types import ModuleType, SimpleNamespace
 
 import pytest
 from sablecrest.errors import RuntimeModuleDownloadIncomplete
 from sablecrest.sync import CURRENT_PLATFORM
-from support.cases import Case, checked, given, raising
+from support.cases import Case, call, checked, given, raising
 
 PATH, END, M, UNNAMED = "data/manifest.json", "the end", {"kind": "runtime_module:m"}, {"kind": "runtime_module"}
 MISSING = RuntimeModuleDownloadIncomplete(

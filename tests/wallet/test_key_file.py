@@ -1,11 +1,10 @@
 """The wallet key file: what may lie at its path, who may read it, and what is said of anything else."""
 
 import os
-from operator import methodcaller as call
 from pathlib import Path
 from types import ModuleType, SimpleNamespace
 
-from support.cases import FOLDER, Case, checked, given, raising
+from support.cases import FOLDER, Case, call, checked, given, raising
 from support.platforms import needs_fifo, needs_links, needs_modes, needs_owners
 
 KEY, NEW, PATH, AT = "ab" * 32, "cd" * 32, "data/wallet.key", "HERE/data/wallet.key"

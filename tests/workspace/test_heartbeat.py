@@ -1,9 +1,8 @@
 """HEARTBEAT.md: where it is found, and the checklist that is appended to it once."""
 
 import os
-from operator import methodcaller as call
 
-from support.cases import Case, checked, given, raising
+from support.cases import Case, call, checked, given, raising
 
 FILE = "HEARTBEAT.md"
 SECTION = """\
