@@ -19,10 +19,3 @@ def module():
 
     with restored(agent_onboarding):
         yield agent_onboarding
-
-
-@pytest.fixture
-def compiled(module, pytestconfig):
-    if pytestconfig.option.plain:
-        pytest.skip("plain Python words and refuses this in its own way")
-    return module

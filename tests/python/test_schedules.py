@@ -85,25 +85,23 @@ def daemon_threads_are_inside_of_calls_when_the_interpreter_ends():
 
 
 def a_key_of_the_namespace_changes_it_while_it_is_compared():
-    """0 ['0'] 1 ['0', '1'] 2 ['0', '1', '2']"""
+    """a b c"""
 
     class Key(str):
         __hash__ = lambda self: hash("_AGENTS_MD_FRAGMENT")  # noqa: E731
 
         def __eq__(self, other):
-            if armed:
-                armed.clear()
-                texts.append(str(len(texts)))
-                namespace.update(_AGENTS_MD_FRAGMENT=texts[-1])
+            if pending:
+                namespace["_AGENTS_MD_FRAGMENT"] = pending.pop()
             return False
 
-    texts, armed, namespace = [], [], vars(agent_onboarding)
+    pending, namespace = [], vars(agent_onboarding)
     kept = [(name, namespace.pop(name)) for name in [*namespace] if not name.startswith("__")]
     namespace[Key("other")] = 1
     namespace.update(kept)
-    for _ in range(3):
-        armed.append(True)
-        print(agent_onboarding.get_agents_md_fragment(), texts)
+    for text in "abc":
+        pending.append(text)
+        print(agent_onboarding.get_agents_md_fragment())
 
 
 def a_finalizer_runs_when_the_built_ins_are_gone():

@@ -1,4 +1,4 @@
-"""Registration and login: every outcome, with a scripted client and with a real service."""
+"""Registration and login: every outcome, with a scripted client."""
 
 import dataclasses
 import os
