@@ -55,7 +55,6 @@ ROWS = [
     Case("selected by name", given(), select(FILES, *SELECTED), [*SELECTED.values()]),
     Case("vault first", given(), select(VAULT_FIRST, "m", "era_data"), ["m", "A/vault.so"]),
     Case("no vault", given(), select({"o/era_data.so": UNNAMED}, "vault"), [None]),
-    Case("one", given(), call("_select_runtime_module_manifest_entry", LISTING, "vault"), ("n/vault.so", UNNAMED)),
 ]  # fmt: skip
 test_manifest_is_read_as_it_is_and_lists_its_modules_for_this_platform = checked(ROWS)
 

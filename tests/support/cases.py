@@ -167,17 +167,17 @@ def staged(case, module, directory):
         patch.chdir(directory)
         call_here(directory)
         case.prepare(module, patch)
-        yield
+        yield patch
 
 
 def observe(case, module, directory, recorder=None):
     """All that can be told of a call, as the attributes returned, error, calls, records, left_open and changes."""
     seen = SimpleNamespace(returned=None, error=None, records=[], calls=recorder and recorder.calls)
-    with staged(case, module, directory), pytest.MonkeyPatch.context() as recording:
+    with staged(case, module, directory) as patch:
         LOGGER.setLevel(logging.DEBUG)
-        recording.setattr(LOGGER, "handle", seen.records.append)
+        patch.setattr(LOGGER, "handle", seen.records.append)
         if recorder:
-            recorder.install(module, recording)
+            recorder.install(module, patch)
         before, descriptors = state(module, directory), open_descriptors()
         try:
             seen.returned = case.call(module)
