@@ -67,7 +67,8 @@ ROWS = [
     *(Case(f"{error}", opening(error), fetch(), raises=error) for error in (KeyError, KeyboardInterrupt, RuntimeError)),
     Case("configured", of(None, None, " u "), resolve, "u", config={"named_universe": "u"}),
     Case("copied", together(of({"eras_by_market": {"7": [{}]}}), keep), lambda m: resolve(m) in KEPT and
-         m._config["named_universes"] is not KEPT, True, config={"named_universe": "c", "named_universes": ["c"]}),
+        m._config["named_universes"] is not KEPT, True, config={"named_universe": "c", "named_universes": ["c"]},
+        calls="_safe_named_universe(' / ')  _fetch_eras_payload('manager')  _active_era_named_universe_candidates({})"),
     selects({"eras_by_market": {"7": [CLOSED, "no era", ACTIVE, {"state": "active"}]}}, "u", "v"),
     selects({"eras_by_market": {"7": [NONE, {"named_universe": "m"}]}}, "n"),
     selects({"eras_by_market": {"8": [CLOSED], "7": [ACTIVE]}, "market_era_groups": {"7": [CLOSED]}}, "u", "v"),
@@ -76,6 +77,7 @@ ROWS = [
     *(refuses({name: value}, "x", NO_MARKETS) for name, value in (("eras_by_market", {}), ("market_era_groups", "7"))),
     *(refuses({"market_era_groups": {"7": eras}}, "7", NO_ERAS) for eras in ([], (), {"0": ACTIVE})),
     refuses({"eras_by_market": {"7": [{"state": "active"}, CLOSED]}}, 7, NO_UNIVERSE),
+    refuses({"eras_by_market": {"7": ["no era", CLOSED]}}, 7, AttributeError),
     refuses({"eras_by_market": {"7": [ACTIVE]}}, "x", ValueError),
     refuses({"eras_by_market": {"7": [ACTIVE]}}, None, TypeError),
 ]  # fmt: skip

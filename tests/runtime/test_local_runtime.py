@@ -116,6 +116,7 @@ ROWS = [
     *(Case(f"unhelped by {error}", stage(batch=batch), helpers, ({None}, True),
            log=[("WARNING", UNHELPED, error)]) for batch, error in ((raising(KeyError), KeyError), (str, ValueError))),
     Case("interrupted", stage(batch=raising(KeyboardInterrupt)), bootstrap, raises=KeyboardInterrupt),
+    Case("no era", stage({PAYLOAD: lambda data_dir: {}}), bootstrap, raises=TypeError),
     *(Case(f"{options}", stage(**options), universes, tuple(seen)) for options, *seen in UNIVERSES),
     *(Case(f"{found}", stage({MODULES: lambda *_, found=found: found}), vault_of, vault)
       for found, vault in (({}, None), ({"vault": 1}, 1), ({"era_data": 0, "vault": 1}, 0))),

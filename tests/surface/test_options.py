@@ -71,6 +71,7 @@ ROWS = [
 {{'market': 'm', 'family': 'f', 'named_universes': ['a'], 'rotation_seed': 3}})"""),
     Case("the sibling that writes it is missing", without_sibling, configure(family="f"), config={"family": "f"},
          raises=ImportError("cannot import name '_rotation_settings' from 'sablecrest' (unknown location)")),
+    Case("it is not asked for others", without_sibling, configure(invite_code="c"), config={"invite_code": "c"}),
 ]
 # fmt: on
 test_options_are_checked_and_stored_one_by_one = checked(ROWS)

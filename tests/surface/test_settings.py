@@ -37,7 +37,7 @@ ROWS = [
     *(Case(f"{text} over {options}", given({"s.yaml": text}, config=options), apply, config=FILE | changes)
       for text, options, changes in RULES),
     Case("no file, no settings", given(), call("_apply_file_settings"), config=HOME),
-    Case("a path of any kind", given({"s.yaml": ""}), call("_apply_file_settings", Path("a/../s.yaml")), config=FILE),
+    Case("at home", given(), call("_apply_file_settings", Path("~/a/../b")), config={"_settings_path": "HOME/b"}),
     Case("the market fails after what goes before", loaded(URLS | {"market_id": inf}), apply, raises=OverflowError,
          config=FILE | URLS),
     Case("a sync setting is missing", loaded(INCOMPLETE), apply, raises=KeyError("sync_http_chunk_bytes"),

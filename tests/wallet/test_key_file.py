@@ -47,6 +47,7 @@ READING = [
     Case("it cannot be opened", wallet(open=no), read, raises=UNSAFE, context=OSError(5)),
     Case("a directory was swapped in", wallet(fstat=status(0o40700, 0)), read, raises=UNSAFE),
     Case("another's was there", wallet(KEY, 0o644, fstat=status(0o100644, 12345)), read, raises=UNSAFE, needs=OWNERS),
+    Case("it cannot become a file object", wallet(fdopen=no), read, raises=OSError(5)),
     Case("it cannot be made private", wallet(mode=0o644, fchmod=no), read, raises=OSError(5), needs=MODES),
 ]
 WRITING = [
