@@ -1,9 +1,6 @@
-"""What the tests share: where they run, the module that they are about, and how a row of a table is checked."""
-
-from functools import partial
+"""What the tests share: where they run, the module that they are about, and which rendering it is."""
 
 import pytest
-from support import cases
 from support.subject import restored, use_plain
 
 
@@ -22,15 +19,3 @@ def module():
 
     with restored(agent_onboarding):
         yield agent_onboarding
-
-
-@pytest.fixture
-def compiled(module, pytestconfig):
-    if pytestconfig.option.plain:
-        pytest.skip("plain Python words and refuses this in its own way")
-    return module
-
-
-@pytest.fixture
-def check(module, tmp_path):
-    return partial(cases.check, module=module, directory=tmp_path)

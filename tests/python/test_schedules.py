@@ -1,6 +1,5 @@
 """Calls of one thread that end in any order, threads that outlive the interpreter, and names that change meanwhile."""
 
-import ctypes
 import inspect
 import subprocess
 import sys
@@ -12,13 +11,10 @@ import layer_test
 import pytest
 from sablecrest import agent_onboarding, auth
 
-#: The first watcher comes before the import of the module.
 SETUP = """
-import atexit, ctypes, gc, sys, threading, time, types
-callback = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, *[ctypes.c_void_p] * 3)(lambda *_: 0)
-first_watcher = ctypes.pythonapi.PyDict_AddWatcher(callback)
+import sys, threading, time, types
 sys.path.append(sys.argv[1])
-import layer_test, sablecrest
+import layer_test
 from sablecrest import agent_onboarding, auth
 """
 
@@ -77,44 +73,35 @@ def daemon_threads_are_inside_of_calls_when_the_interpreter_ends():
     """end"""
 
     def wait(code):
-        started.release()
+        started.wait()
         while True:
             time.sleep(0)
 
-    started, auth._normalize_invite_code = threading.Semaphore(0), wait
+    started, auth._normalize_invite_code = threading.Barrier(9), wait
     for _ in range(8):
         threading.Thread(target=agent_onboarding._resolve_invite_code, args=["a"], daemon=True).start()
-    for _ in range(8):
-        started.acquire()
+    started.wait()
     print("end")
 
 
 def a_key_of_the_namespace_changes_it_while_it_is_compared():
-    """0 ['0'] 1 ['0', '1'] 2 ['0', '1', '2']"""
+    """a b c"""
 
     class Key(str):
         __hash__ = lambda self: hash("_AGENTS_MD_FRAGMENT")  # noqa: E731
 
         def __eq__(self, other):
-            if armed:
-                armed.clear()
-                texts.append(str(len(texts)))
-                namespace.update(_AGENTS_MD_FRAGMENT=texts[-1])
+            if pending:
+                namespace["_AGENTS_MD_FRAGMENT"] = pending.pop()
             return False
 
-    texts, armed, namespace = [], [], vars(agent_onboarding)
+    pending, namespace = [], vars(agent_onboarding)
     kept = [(name, namespace.pop(name)) for name in [*namespace] if not name.startswith("__")]
     namespace[Key("other")] = 1
     namespace.update(kept)
-    for _ in range(3):
-        armed.append(True)
-        print(agent_onboarding.get_agents_md_fragment(), texts)
-
-
-def the_interpreters_watchers_stay_free():
-    """1"""
-    agent_onboarding.get_agents_md_fragment()
-    print(ctypes.pythonapi.PyDict_AddWatcher(callback) - first_watcher)  # noqa: F821
+    for text in "abc":
+        pending.append(text)
+        print(agent_onboarding.get_agents_md_fragment())
 
 
 def a_finalizer_runs_when_the_built_ins_are_gone():

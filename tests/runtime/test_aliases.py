@@ -2,16 +2,15 @@
 
 import os
 import sys
-from operator import methodcaller
 from types import ModuleType, SimpleNamespace
 
 import pytest
 import sablecrest
-from support.cases import Case, checked, given, patched, raising
+from support.cases import Case, call, checked, given, patched, raising
 
 CORE, PACKAGE_CORE = (f"{name}.obfuscation.layers.shared._core" for name in ("src", "sablecrest"))
 NAMES = ["src", "src.obfuscation", "src.obfuscation.layers", "src.obfuscation.layers.shared", CORE]
-HERE, BIG, ensure = sablecrest.__path__[0], 2**64, methodcaller("_ensure_legacy_src_namespace_alias")
+HERE, BIG, ensure = sablecrest.__path__[0], 2**64, call("_ensure_legacy_src_namespace_alias")
 
 
 def stop_at(stop):

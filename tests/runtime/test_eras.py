@@ -2,10 +2,9 @@
 
 from http.client import BadStatusLine
 from json import JSONDecodeError
-from operator import methodcaller as call
 from types import SimpleNamespace
 
-from support.cases import Case, checked, given, patched, raising, together
+from support.cases import Case, call, checked, given, patched, raising, together
 
 FAILED, RECEIVED = "Registration bootstrap failed to fetch /eras", "Registration bootstrap received invalid /eras"
 NO_TOKEN = "Registration bootstrap could not fetch /eras without an auth token."
@@ -59,7 +58,7 @@ ROWS = [
     *(Case(host, together(given(config=options), reading(body)), fetch(), payload, calls=REQUEST.format(host, body))
       for host, options, body, payload in (("signals", SIGNALS, b"{}", {}), ("host/a", HOST, WIDE, {"\u00e9": 1}))),
     *(bad(opening(KeyError), NO_TOKEN, token=token, name=repr(token)) for token in (None, "")),
-    *(bad(given(), f"{FAILED}.", token=token, name=repr(token)) for token in ("secret\n", "a\r\nx", "secret\u2603")),
+    *(bad(given(), f"{FAILED}.", token=token, name=repr(token)) for token in ("secret\n", "secret\U0001d11e")),
     *(bad(opening(error), f"{FAILED}.", error) for error in (OSError, ValueError, BadStatusLine)),
     *(bad(reading(raising(error)), f"{FAILED}.", error, name="reading") for error in (OSError, ValueError)),
     *(bad(reading(b"", status=status), f"{FAILED}: HTTP {status}.") for status in (204, 199, None)),
@@ -68,7 +67,8 @@ ROWS = [
     *(Case(f"{error}", opening(error), fetch(), raises=error) for error in (KeyError, KeyboardInterrupt, RuntimeError)),
     Case("configured", of(None, None, " u "), resolve, "u", config={"named_universe": "u"}),
     Case("copied", together(of({"eras_by_market": {"7": [{}]}}), keep), lambda m: resolve(m) in KEPT and
-         m._config["named_universes"] is not KEPT, True, config={"named_universe": "c", "named_universes": ["c"]}),
+        m._config["named_universes"] is not KEPT, True, config={"named_universe": "c", "named_universes": ["c"]},
+        calls="_safe_named_universe(' / ')  _fetch_eras_payload('manager')  _active_era_named_universe_candidates({})"),
     selects({"eras_by_market": {"7": [CLOSED, "no era", ACTIVE, {"state": "active"}]}}, "u", "v"),
     selects({"eras_by_market": {"7": [NONE, {"named_universe": "m"}]}}, "n"),
     selects({"eras_by_market": {"8": [CLOSED], "7": [ACTIVE]}, "market_era_groups": {"7": [CLOSED]}}, "u", "v"),

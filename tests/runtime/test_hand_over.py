@@ -1,19 +1,13 @@
 """The authenticated session and its runtime, handed to the sibling modules; how failures are told."""
 
 import sys
-from operator import methodcaller
 from types import SimpleNamespace
 
 import sablecrest
-from sablecrest import search_templates
 from sablecrest.auth import AuthError
 from sablecrest.sync_backoff import SyncBackoffCancelled
-from support.cases import GONE, Case, checked, raising, release
-from support.platforms import needs_so
+from support.cases import GONE, Case, call, checked, raising
 from support.subject import SIBLINGS
-
-from local_service import LocalService
-from runtime_modules.make_data_directory import BUILT_MODULES, make_data_directory
 
 KEYWORDS = """auth sync_manager vault backtester search_tracker era_thread graph_validator compute_search_plan
     era_config load_vocabulary useful_signal_metadata load_found_signal_pnl signal_dir make_batch_orchestrator_cls
@@ -50,8 +44,8 @@ def stage(changes=()):
     return prepare
 
 
-strict, lenient = methodcaller("_propagate_auth", "MANAGER", True), methodcaller("_propagate_auth", "MANAGER")
-ensure, try_to_ensure = (methodcaller("ensure_runtime_bootstrapped", *strict) for strict in ((), (False,)))
+strict, lenient = call("_propagate_auth", "MANAGER", True), call("_propagate_auth", "MANAGER")
+ensure, try_to_ensure = (call("ensure_runtime_bootstrapped", *strict) for strict in ((), (False,)))
 
 
 def order(runtime, locally=""):
@@ -92,7 +86,7 @@ CHAINS = {
     "ValueError: a; caused by TypeError: b; diagnostic: ['x']": chained(first, second, first),
 }
 ROWS = [
-    *(Case(line, stage(), methodcaller("_exception_chain_detail", error), line) for line, error in CHAINS.items()),
+    *(Case(line, stage(), call("_exception_chain_detail", error), line) for line, error in CHAINS.items()),
     Case("whole", stage(), strict, names=UP | EXPORTED, calls=order(WHOLE)),
     Case("local", stage(NOT_BUILT), strict, names=UP_LOCALLY, calls=order(EMPTY, f"{LOCALLY}('MANAGER')")),
     *fails_at({SET: fails}, WRONG, "set active auth manager", "auth bootstrap failed after authentication.",
@@ -111,6 +105,8 @@ ROWS = [
     *(Case(f"stopped: {step}", stage(NOT_BUILT | {step: stops}), lenient, raises=KeyboardInterrupt, names=names)
       for step, names in ((SET, {}), (BUILD, AUTH), (LOCALLY, AUTH), (INIT, AUTH | {SEARCH_RUNTIME: LOCAL}))),
     Case("nobody", stage({"_auth_manager": None, UNIVERSE: None}), ensure, raises=NO_WALLET),
+    Case("nobody, and no exception that says so", stage({"_auth_manager": None, "auth.AuthError": str}), ensure,
+         raises=TypeError("exceptions must derive from BaseException")),
     Case("built", stage(BUILT), ensure, names=SEARCH),
     Case("no search", stage(BUILT | NO_SEARCH), try_to_ensure, **AGAIN),
     Case("no search, strict", stage(BUILT | NO_SEARCH), ensure, None, NOT_INJECTED, UNKNOWN, **AGAIN),
@@ -120,24 +116,3 @@ ROWS = [
 
 
 test_each_step_of_the_hand_over_fails_strictly_or_is_logged = checked(ROWS)
-
-
-def results():
-    return [*search_templates.search(), sablecrest.simulate_signal("momentum(close)")]
-
-
-def test_registration_ends_with_results_that_change_with_the_files(module, tmp_path, monkeypatch, caplog):
-    modules = None if needs_so.args[0] else BUILT_MODULES
-    release(module)
-    make_data_directory(tmp_path, modules=modules)
-    with LocalService(["code"]) as service:
-        module.configure(server_url=service.url, data_dir=str(tmp_path), auto_heartbeat=False)
-        module.register(invite_code="code", market_id=7, bootstrap_runtime=True)
-        assert service.requests.count("GET /eras") == 1
-        monkeypatch.chdir(tmp_path)  # where a search keeps its checklist
-        first = results()
-        make_data_directory(tmp_path, modules=modules, era_number=13, era_data_version=2)
-        module.ensure_runtime_bootstrapped()
-        assert not [before for before, after in zip(first, results()) if before["pnl"] == after["pnl"]]
-    told = caplog.text + repr(vars(search_templates._library_runtime))
-    assert not [s for s in (module._auth_manager.get_token(), (tmp_path / "wallet.key").read_text()) if s in told]

@@ -1,10 +1,9 @@
 """The assembly of the local runtime, each call with its arguments in order; its sync manager that never syncs."""
 
 import re
-from operator import methodcaller as call
 
 from sablecrest import _runtime, obfuscation, search_tracking
-from support.cases import Case, checked, given, raising
+from support.cases import Case, call, checked, given, raising
 
 
 class Part:
@@ -54,12 +53,12 @@ def helpers(m):
 
 def universes(m):
     named = (runtime := bootstrap(m)).named_universes, runtime.default_named_universe, runtime.feature_dirs
-    return (
-        *named,
-        [*runtime.manifest_adapters],
-        [*runtime.vocabularies, str(runtime.vocabulary_raw)],
-        runtime.evaluator.named_universe,
-    )
+    vocabularies = [*runtime.vocabularies, str(runtime.vocabulary_raw)]
+    return *named, [*runtime.manifest_adapters], vocabularies, runtime.evaluator.named_universe
+
+
+def vault_of(m):
+    return bootstrap(m).vault.args[0].vault_module
 
 
 def manage(m):
@@ -119,8 +118,7 @@ ROWS = [
     Case("interrupted", stage(batch=raising(KeyboardInterrupt)), bootstrap, raises=KeyboardInterrupt),
     Case("no era", stage({PAYLOAD: lambda data_dir: {}}), bootstrap, raises=TypeError),
     *(Case(f"{options}", stage(**options), universes, tuple(seen)) for options, *seen in UNIVERSES),
-    *(Case(f"{found}", stage({MODULES: lambda *_, found=found: found}),
-           lambda m: bootstrap(m).vault.args[0].vault_module, vault)
+    *(Case(f"{found}", stage({MODULES: lambda *_, found=found: found}), vault_of, vault)
       for found, vault in (({}, None), ({"vault": 1}, 1), ({"era_data": 0, "vault": 1}, 0))),
 ]  # fmt: skip
 

@@ -1,13 +1,12 @@
 """The manifest: what of it is read, and which runtime modules it lists; and other JSON files beside it."""
 
-from operator import methodcaller as call
 from pathlib import Path
-from types import SimpleNamespace
+from types import ModuleType, SimpleNamespace
 
 import pytest
 from sablecrest.errors import RuntimeModuleDownloadIncomplete
 from sablecrest.sync import CURRENT_PLATFORM
-from support.cases import Case, checked, given
+from support.cases import Case, call, checked, given, raising
 
 PATH, END, M, UNNAMED = "data/manifest.json", "the end", {"kind": "runtime_module:m"}, {"kind": "runtime_module"}
 MISSING = RuntimeModuleDownloadIncomplete(
@@ -19,10 +18,20 @@ read, read_json = call("_read_manifest", "data"), call("_read_json_if_present", 
 PLATFORMS = {"b": M, "a": M | {"platform": CURRENT_PLATFORM}, "Z": M | {"platform": ""}, "A": M | {"platform": "other"}}
 KINDS = dict(zip("cdefgh", ({"kind": 5}, {"kind": None}, {"kind": "feature"}, {}, "text", [M])))
 FILES = PLATFORMS | KINDS | {"n/vault.so": UNNAMED, "o/era_data.so": UNNAMED}
+LISTING = {"files": FILES}
 LISTED = [("m", "Z"), ("m", "a"), ("m", "b"), ("vault", "n/vault.so"), ("era_data", "o/era_data.so")]
 #: For a name, the first entry of it; "vault" is another name of "era_data", and of nothing else.
 SELECTED = {"m": "Z", "era_data": "n/vault.so", "vault": "n/vault.so", "n": None}
 VAULT_FIRST = {"A/vault.so": UNNAMED, "m": M, "o/era_data.so": UNNAMED}
+
+
+NAMED = {"SECTION".lower(): "m", type("Name", (str,), {})("manifest_payload"): {"m": M}}
+
+
+# A module whose class has something else under the name.
+def shadowed(files):
+    vars(manifest := type("Shadowed", (ModuleType,), {"files": property(files)})("m"))["files"] = {"its": "own"}
+    return manifest
 
 
 def select(files, *names):
@@ -31,21 +40,21 @@ def select(files, *names):
 
 ROWS = [
     Case("nothing", given({PATH: "{}"}), read, SimpleNamespace(era_number=None, version=None, files={})),
-    Case("whole", given({PATH: SECTIONS}), read,
-         SimpleNamespace(era_number="\u00e9", version=[1.5], files={"a": {"b": 1}})),
+    Case("whole", given({PATH: SECTIONS}), read, SimpleNamespace(era_number="é", version=[1.5], files={"a": {"b": 1}})),
     Case("missing", given(), read, raises=MISSING),
     *(Case(f"no file {path}", given(), call("_read_json_if_present", path)) for path in (PATH, "", None)),
     Case("any JSON", given({PATH: '"\u00e9"'}), read_json, "\u00e9"),
     *(Case(f"bad: {call}", given({PATH: b'{"\xff'}), call, raises=UnicodeDecodeError) for call in (read, read_json)),
     *(Case(f"no files in {manifest}", given(), call("_manifest_files", manifest), {})
       for manifest in (None, {}, {"files": [1, 2]}, SimpleNamespace(files=None), 5)),
-    Case("sorted by path", given(),
-         lambda m: [entry[:2] for entry in m._runtime_module_manifest_entries({"files": FILES})], LISTED),
+    *(Case(name, given(), call("_manifest_files", shadowed(files)), answer, error) for name, files, answer, error in (
+        ("no attribute", raising(AttributeError), {}, None), ("no answer", raising(OSError), None, OSError))),
+    Case("an attribute of the class", given(), call("_manifest_files", shadowed(lambda _: M)), M),
+    Case("arguments by the texts of their names", given(), lambda m: m._manifest_payload_mapping_or_empty(**NAMED), M),
+    Case("by path", given(), lambda m: [e[:2] for e in m._runtime_module_manifest_entries(LISTING)], LISTED),
     Case("selected by name", given(), select(FILES, *SELECTED), [*SELECTED.values()]),
     Case("vault first", given(), select(VAULT_FIRST, "m", "era_data"), ["m", "A/vault.so"]),
     Case("no vault", given(), select({"o/era_data.so": UNNAMED}, "vault"), [None]),
-    Case("an entry", given(), call("_select_runtime_module_manifest_entry", {"files": FILES}, "vault"),
-         ("n/vault.so", UNNAMED)),
 ]  # fmt: skip
 test_manifest_is_read_as_it_is_and_lists_its_modules_for_this_platform = checked(ROWS)
 
@@ -65,6 +74,8 @@ def test_entries_are_looked_at_when_they_are_asked_for(module):
     manifest.files = {"b": M, "a": M}
     assert [next(entry)[1] for entry in (entries, thrown, closed)] == ["a"] * 3
     assert (entries.send(2), next(entries, END), closed.close(), next(closed, END)) == (("m", "b", M), END, None, END)
+    with pytest.raises(TypeError, match="should have returned an instance of BaseException"):
+        closed.throw(type("NoException", (Exception,), {"__new__": lambda _: 1}))
     with pytest.raises(KeyError, match="thrown"):
         thrown.throw(KeyError("thrown"))
     assert next(thrown, END) is END

@@ -5,12 +5,11 @@ import json
 import os
 import sys
 from importlib.machinery import ModuleSpec
-from operator import methodcaller
 from pathlib import Path
 from types import SimpleNamespace
 
 from sablecrest import errors
-from support.cases import GONE, Case, checked, given, patched, raising, release, together
+from support.cases import GONE, Case, call, checked, given, patched, raising, together
 from support.platforms import needs_so
 
 from runtime_modules.make_data_directory import BUILT_MODULES
@@ -41,7 +40,7 @@ def pruned(name, ages, keep, gone, unlink=os.unlink, **expected):
         patch.setattr(os, "listdir", lambda folder: [VANISHED, *ages])
         patch.setattr(os, "unlink", unlink)
 
-    prune = methodcaller(PRUNE, "m", f"data/{keep}")
+    prune = call(PRUNE, "m", f"data/{keep}")
     return Case(name, prepare, prune, files={f"data/{copy}": GONE for copy in gone}, **expected)
 
 
@@ -59,8 +58,13 @@ COPIES = [
     pruned("as many as allowed stay, whichever is in use", {A: 1, B: 2}, C, []),
     pruned("those that cannot be removed stay", {A: 1, B: 2, C: 3}, C, [], raising(OSError)),
     pruned("what else removing raises passes", {A: 1, B: 2, C: 3}, C, [], fails, raises=WRONG),
-    Case("a folder that cannot be listed stays", given(), methodcaller(PRUNE, "m", "no folder/m", max_copies=0)),
+    Case("a folder that cannot be listed stays", given(), call(PRUNE, "m", "no folder/m", max_copies=0)),
 ]
+
+
+# The interpreter that runtime modules are released for, or as if it were.
+def release(module, patch):
+    module.sys = SimpleNamespace(version_info=(3, 12, 0, "final", 0), modules=sys.modules, path=sys.path)
 
 
 def load(m, name="m", **options):
@@ -108,7 +112,7 @@ def marking(module, patch):
     manifest = json.dumps({"files": {"marking.so": entry}})
     given({"data/manifest.json": manifest, "data/marking.so": MARKING}, **{ALIAS: lambda: None})(module, patch)
     patch.setenv("SABLECREST_MARK", "mark")
-    release(module)
+    release(module, patch)
 
 
 OLD = "SableCrest release runtime modules require CPython 3.12; running CPython {}.{}.{}. "
@@ -128,7 +132,7 @@ LISTED = {"files": {path: {"kind": f"runtime_module:{name}", "sha256": path} for
 EACH = "_load_manifest_runtime_module('data', '%s', expected_sha256='%s', manifest=" + f"{LISTED})"
 LOADED = [
     Case("all of a manifest, the data first", given(_load_manifest_runtime_module=lambda data_dir, name, **_: name),
-         methodcaller("_load_runtime_modules_from_manifest", "data", LISTED), {name: name for name in NAMED.values()},
+         call("_load_runtime_modules_from_manifest", "data", LISTED), {name: name for name in NAMED.values()},
          calls="...  " + "  ".join(EACH % call for call in (("era_data", "z"), ("d", "a/d"), ("n", "c")))),
     *(refused(f"with {version}", given(sys=SimpleNamespace(version_info=(*version, "final", 0)), resolve_data_dir=None),
               FAILED, OLD.format(*version), None, "x", **X) for version in ((3, 13, 1), (3, 11, 9), (4, 12, 0))),

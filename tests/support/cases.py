@@ -4,10 +4,9 @@ import logging
 import os
 import re
 import runpy
-import sys
 from contextlib import contextmanager, suppress
 from dataclasses import dataclass, field
-from itertools import starmap, zip_longest
+from operator import methodcaller
 from pathlib import Path
 from pprint import pformat
 from types import SimpleNamespace
@@ -22,6 +21,8 @@ from support.subject import NAME, SIBLINGS, registered, restored
 
 #: What stands in a table for a folder, and for what is no more.
 FOLDER, GONE = "a folder", "gone"
+#: What a row calls, by its name and arguments.
+call = methodcaller
 LOGGER = logging.getLogger(NAME)
 
 
@@ -59,8 +60,8 @@ def checked(rows):
     """A test that checks each row."""
 
     @pytest.mark.parametrize("case", [pytest.param(row, id=row.name, marks=row.needs) for row in rows])
-    def test(case, check):
-        check(case)
+    def test(case, module, tmp_path):
+        check(case, module, tmp_path)
 
     return test
 
@@ -104,12 +105,6 @@ def patched(name, value):
     return lambda module, patch: patch.setattr(name, value)
 
 
-def release(module, patch=None):
-    """The interpreter that runtime modules are released for, or as if it were."""
-    if sys.version_info[:2] != (3, 12):
-        module.sys = SimpleNamespace(version_info=(3, 12, 0), modules=sys.modules, path=sys.path)
-
-
 # The value so that equal ones look the same wherever the test runs, and True is not 1.
 def plain(value):
     if isinstance(value, bool | float):
@@ -126,9 +121,11 @@ def plain(value):
     return here(value) if isinstance(value, str) else value
 
 
-# Only the class, where no more is expected.
-def like(error, expected):
-    return expected if isinstance(expected, type) and isinstance(error, expected) else error
+# Only the class of what is in it, where no more is expected.
+def like(value, expected):
+    if isinstance(expected, list | tuple) and type(value) is type(expected) and len(value) == len(expected):
+        return type(value)(map(like, value, expected))
+    return expected if isinstance(expected, type) and isinstance(value, expected) else value
 
 
 def show_file(path):
@@ -170,17 +167,17 @@ def staged(case, module, directory):
         patch.chdir(directory)
         call_here(directory)
         case.prepare(module, patch)
-        yield
+        yield patch
 
 
 def observe(case, module, directory, recorder=None):
     """All that can be told of a call, as the attributes returned, error, calls, records, left_open and changes."""
     seen = SimpleNamespace(returned=None, error=None, records=[], calls=recorder and recorder.calls)
-    with staged(case, module, directory), pytest.MonkeyPatch.context() as recording:
+    with staged(case, module, directory) as patch:
         LOGGER.setLevel(logging.DEBUG)
-        recording.setattr(LOGGER, "handle", seen.records.append)
+        patch.setattr(LOGGER, "handle", seen.records.append)
         if recorder:
-            recorder.install(module, recording)
+            recorder.install(module, patch)
         before, descriptors = state(module, directory), open_descriptors()
         try:
             seen.returned = case.call(module)
@@ -204,18 +201,16 @@ def as_expected(file, expected):
 def check(case, module, directory):
     """Compares what the row says with what is seen."""
     seen = observe(case, module, directory, None if case.calls is None else Recorder())
-    error, pairs = seen.error, [pair for pair in zip_longest(seen.records, case.log) if pair[0]]
-    context, cause = getattr(error, "__context__", None), getattr(error, "__cause__", None)
-    actual = {
+    error = seen.error
+    actual = seen.changes | {
         "returns": seen.returned,
-        "raises": like(error, case.raises),
-        "context": like(context, case.context),
-        "cause": like(cause, case.cause) or (context and error.__suppress_context__ and "from None") or None,
-        "calls": seen.calls and [call for call in seen.calls if "__enter__" not in call],
-        **seen.changes,
+        "raises": error,
+        "context": error and error.__context__,
+        "cause": error and (error.__cause__ or (error.__suppress_context__ and "from None") or None),
+        "calls": seen.calls,
         "files": {path: as_expected(file, case.files.get(path)) for path, file in seen.changes["files"].items()},
         "modules": sorted(seen.changes["modules"]),
-        "log": [(r.levelname, r.msg, *starmap(like, zip_longest(r.args, (row or ())[2:]))) for r, row in pairs],
+        "log": [(record.levelname, record.msg, *record.args) for record in seen.records],
         "left_open": len(seen.left_open),
     }
     expected = {name: getattr(case, name) for name in actual}
@@ -223,7 +218,7 @@ def check(case, module, directory):
         expected["calls"] = [call for call in re.split(r"\s*\n\s*|\s{2,}", case.calls) if call]
         if expected["calls"][:1] == ["..."]:
             actual["calls"] = ["...", *actual["calls"][1 - len(expected["calls"]) :]]
-    sides = {what: (right, plain(actual[what])) for what, right in plain(expected).items()}
+    sides = {what: (plain(right), plain(like(actual[what], right))) for what, right in expected.items()}
     wrong = [f"{what}\nexpected {pformat(a)}\nactual   {pformat(b)}" for what, (a, b) in sides.items() if a != b]
     if wrong:
         pytest.fail("\n".join([case.name, *wrong]), pytrace=False)

@@ -1,6 +1,5 @@
 """What some tests need of the platform, and why they are skipped where it has none."""
 
-import ctypes
 import os
 import tempfile
 from contextlib import suppress
@@ -19,8 +18,6 @@ def needs(is_there, reason):
 
 
 HAS_MODES = os.name == "posix"
-#: Wine ends a connection that Windows resets.
-IS_WINE = os.name == "nt" and hasattr(ctypes.windll.ntdll, "wine_get_version")
 
 needs_links = needs(can_link(), "Windows refuses symbolic links to users without the privilege, and here to this one")
 needs_modes = needs(HAS_MODES, "files of Windows have no mode that keeps others out")

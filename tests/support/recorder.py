@@ -117,8 +117,8 @@ class Watched:
         delattr(self._target, name)
 
     def __enter__(self):
-        entered = self.__getattr__("__enter__")()
-        return self if getattr(entered, "_target", entered) is self._target else entered
+        entered = self._target.__enter__()
+        return self if entered is self._target else entered
 
     def __exit__(self, *error):
         return self.__getattr__("__exit__")(*error)

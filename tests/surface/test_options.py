@@ -4,6 +4,7 @@ import os
 import sys
 from json import dumps
 from pathlib import Path
+from types import ModuleType
 from unittest.mock import MagicMock
 
 import sablecrest
@@ -45,20 +46,20 @@ def rotation(**settings):
 
 def without_sibling(module, patch):
     module._config["data_dir"] = 5  # which would be refused later
-    patch.delattr(sablecrest, "_rotation_settings")
-    patch.setitem(sys.modules, "sablecrest._rotation_settings", None)
+    patch.setitem(sys.modules, "sablecrest", ModuleType("sablecrest"))
+    patch.delitem(sys.modules, "sablecrest._rotation_settings")
 
 
+ROTATION_DEFAULTS = rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0)
+NOT_POSITIVE = ValueError("market_id must be a positive integer.")
 # fmt: off
 ROWS = [
     *(Case(f"{k} {v!r} is stored", given(), configure(**{k: v}), config={k: stored}) for k, v, stored in STORED),
     *(Case(f"{k} {v!r} is refused", given(), configure(**{k: v}), raises=ValueError(why)) for k, v, why in REFUSED),
-    Case("those before a refused one are in force, and nothing is written", given(config={"data_dir": "data"}),
-         configure(family="f", market_id=-1, invite_code="c"), config={"family": "f"},
-         raises=ValueError("market_id must be a positive integer.")),
+    Case("those before a refused one are in force, but in no file", given(config={"data_dir": "data"}),
+         configure(family="f", market_id=-1, invite_code="c"), raises=NOT_POSITIVE, config={"family": "f"}),
     Case("the defaults of rotation are filled in", given(config={"data_dir": "data"}), configure(family="f"),
-         config={"family": "f"},
-         files=rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0) | {"data": FOLDER}),
+         config={"family": "f"}, files={"data": FOLDER} | ROTATION_DEFAULTS),
     Case("what the file of rotation holds is kept", given(rotation(market="m", family="x", named_universes=["a"],
          rotation_seed=3), config={"data_dir": "data", "named_universe": "u"}),
          configure(family="f", auto_heartbeat=False), config={"family": "f", "auto_heartbeat": False},
@@ -68,8 +69,9 @@ ROWS = [
          _rotation_settings.load_rotation_settings('HERE/data', catalog_context={CONTEXT})
          load_rotation_settings.model_dump()  _rotation_settings.write_rotation_settings('HERE/data', \
 {{'market': 'm', 'family': 'f', 'named_universes': ['a'], 'rotation_seed': 3}})"""),
-    Case("the sibling that writes it is missing", without_sibling, configure(family="f"), raises=ModuleNotFoundError,
-         config={"family": "f"}),
+    Case("the sibling that writes it is missing", without_sibling, configure(family="f"), config={"family": "f"},
+         raises=ImportError("cannot import name '_rotation_settings' from 'sablecrest' (unknown location)")),
+    Case("it is not asked for others", without_sibling, configure(invite_code="c"), config={"invite_code": "c"}),
 ]
 # fmt: on
 test_options_are_checked_and_stored_one_by_one = checked(ROWS)

@@ -3,20 +3,17 @@
 from math import inf
 from pathlib import Path
 
-from support.cases import Case, checked, given
+from support.cases import Case, call, checked, given
 
 HOME, FILE = {"_settings_path": "HOME/.sablecrest/settings.yaml"}, {"_settings_path": "HERE/s.yaml"}
 INCOMPLETE = {"sync_http_transport": "h2", "server_url": "f", "market_id": 7}
 URLS = {"server_url": "f", "signal_service_url": "g", "invite_code": "c"}
-
-
-def apply(m):
-    return m._apply_file_settings("s.yaml")
+apply = call("_apply_file_settings", "s.yaml")
 
 
 def loaded(settings):
     find = lambda settings_path, ensure: {False: Path("d")}[ensure]  # noqa: E731
-    return given(load_settings=lambda path, ensure: settings, resolve_data_dir=find)
+    return given(load_settings=lambda path, ensure: {False: settings}[ensure], resolve_data_dir=find)
 
 
 # fmt: off
@@ -39,17 +36,14 @@ RULES = [
 ROWS = [
     *(Case(f"{text} over {options}", given({"s.yaml": text}, config=options), apply, config=FILE | changes)
       for text, options, changes in RULES),
-    Case("no file, no settings", given(), lambda m: m._apply_file_settings(), config=HOME),
-    Case("the path is handed on as it is given", given(), lambda m: m._apply_file_settings(Path("s.yaml")), config=FILE,
-         calls="""load_settings(Path('s.yaml'), ensure=False)  os.fspath(Path('s.yaml'))
-         os.path.expanduser('s.yaml')  os.path.abspath('s.yaml')
-         resolve_data_dir(settings_path=Path('s.yaml'), ensure=False)"""),
+    Case("no file, no settings", given(), call("_apply_file_settings"), config=HOME),
+    Case("at home", given(), call("_apply_file_settings", Path("~/a/../b")), config={"_settings_path": "HOME/b"}),
     Case("the market fails after what goes before", loaded(URLS | {"market_id": inf}), apply, raises=OverflowError,
          config=FILE | URLS),
     Case("a sync setting is missing", loaded(INCOMPLETE), apply, raises=KeyError("sync_http_chunk_bytes"),
          config=FILE | INCOMPLETE | {"data_dir": "d"}),
     *(Case(f"{url} serves signals", given(config={"signal_service_url": signal, "server_url": server}),
-           lambda m: m._configured_signal_service_url(), url)
+           call("_configured_signal_service_url"), url)
       for signal, server, url in (("a", "b", "a"), ("", "b", "b"), (None, "", "https://api.sablecrest.example"))),
 ]
 # fmt: on

@@ -1,11 +1,10 @@
 """The wallet key file: what may lie at its path, who may read it, and what is said of anything else."""
 
 import os
-from operator import methodcaller as call
 from pathlib import Path
 from types import ModuleType, SimpleNamespace
 
-from support.cases import FOLDER, Case, checked, given, raising
+from support.cases import FOLDER, Case, call, checked, given, raising
 from support.platforms import needs_fifo, needs_links, needs_modes, needs_owners
 
 KEY, NEW, PATH, AT = "ab" * 32, "cd" * 32, "data/wallet.key", "HERE/data/wallet.key"
@@ -39,16 +38,17 @@ READING = [
          files={PATH: (f" {KEY}\r\n", 0o600)}, calls=f"""_wallet_key_path('data')  {LOOK}  os.getuid()
          os.open('{AT}', O_RDONLY|O_NOFOLLOW)  _check_wallet_fd('{AT}', fd)
          os.fdopen(fd, 'r')  file.read()  file.__exit__()"""),
-    Case("nobody can be asked who owns it", wallet(getuid=None, O_NOFOLLOW=None, fchmod=None), read, KEY,
-         needs=MODES),
+    Case("a name of the module is gone", lambda module, patch: vars(module).pop("os"), read,
+         raises=NameError("name 'os' is not defined")),
+    Case("nobody can be asked", wallet(getuid=None, O_NOFOLLOW=None, fchmod=None), read, KEY, needs=MODES),
     *(Case(f"a key with mode {mode:o} is private afterwards", wallet(mode=mode), read, KEY,
            files={PATH: (KEY, 0o600)}, needs=MODES) for mode in (0o601, 0o602, 0o604, 0o610, 0o620, 0o640)),
     Case("it cannot be looked at", wallet(lstat=no), read, raises=UNREADABLE, context=OSError(5)),
     Case("it cannot be opened", wallet(open=no), read, raises=UNSAFE, context=OSError(5)),
     Case("a directory was swapped in", wallet(fstat=status(0o40700, 0)), read, raises=UNSAFE),
     Case("another's was there", wallet(KEY, 0o644, fstat=status(0o100644, 12345)), read, raises=UNSAFE, needs=OWNERS),
-    Case("it cannot be made private", wallet(mode=0o644, fchmod=no), read, raises=OSError(5), needs=MODES),
     Case("it cannot become a file object", wallet(fdopen=no), read, raises=OSError(5)),
+    Case("it cannot be made private", wallet(mode=0o644, fchmod=no), read, raises=OSError(5), needs=MODES),
 ]
 WRITING = [
     Case("there is no directory yet", given(), store, files={"data": FOLDER, PATH: (NEW, 0o600)}),
@@ -57,17 +57,15 @@ WRITING = [
          _wallet_key_path('HERE/data')  {LOOK}  os.getuid()
          os.open('{AT}', O_WRONLY|O_CREAT|O_TRUNC|O_NOFOLLOW, 0o600)  _check_wallet_fd('{AT}', fd)  os.fchmod(fd, 0o600)
          os.write(fd, b'{NEW}')  os.close(fd)  os.chmod('{AT}', 0o600)"""),
-    Case("nobody can be asked who owns the old one", wallet(getuid=None, O_NOFOLLOW=None), store, files={PATH: NEW}),
+    Case("nobody can be asked about the old one", wallet(getuid=None, O_NOFOLLOW=None), store, files={PATH: NEW}),
     Case("a link that leads nowhere is not followed", at_path(lambda path: path.symlink_to("new")), store,
          raises=UNWRITABLE, context=OSError, needs=LINKS + OWNERS),
     Case("nothing is added", given(), call("_write_wallet_key", "data", " é\n"), files={"data": FOLDER, PATH: " é\n"}),
     Case("the old one cannot be looked at", wallet(lstat=no), store, raises=UNWRITABLE, context=OSError(5)),
     Case("it cannot be opened to write", wallet(open=no), store, raises=UNWRITABLE, context=OSError(5)),
-    Case("a directory was there to write", wallet(fstat=status(0o40700, 0)), store, raises=UNWRITABLE, context=UNSAFE,
-         files={PATH: ""}),
+    Case("a directory was there", wallet(fstat=status(0o40700, 0)), store, None, UNWRITABLE, UNSAFE, files={PATH: ""}),
     Case("the disk is full", wallet(write=no), store, raises=UNWRITABLE, context=OSError(5), files={PATH: ""}),
-    Case("it cannot be made private by its name", wallet(chmod=no), store, raises=UNWRITABLE, context=OSError(5),
-         files={PATH: NEW}),
+    Case("its name cannot be made private", wallet(chmod=no), store, None, UNWRITABLE, OSError(5), files={PATH: NEW}),
 ]
 ACTS = [("read", read), ("written", store)]
 BOTH = [

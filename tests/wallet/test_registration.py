@@ -1,4 +1,4 @@
-"""Registration and login: every outcome, with a scripted client and with a real service."""
+"""Registration and login: every outcome, with a scripted client."""
 
 import dataclasses
 import os
@@ -136,9 +136,10 @@ REGISTER = [
     Case("the service accepts the wallet, but its key cannot be stored: no session", service(names=NO_STORE), new,
          raises=OSError("injected"), files=MADE),
     Case("the service accepts nothing: no key is kept", service(OSError), new, raises=OSError("no"), files=MADE),
+    Case("what is no exception class catches none", service(OSError, auth_names={"RegistrationError": int}), new, None,
+         TypeError("catching classes that do not inherit from BaseException is not allowed"), OSError, files=MADE),
     Case("a known wallet is refused", service(OSError, True, f"{KEY}\n"), register(), raises=OSError("no")),
-    Case("telling others is interrupted", service(auth_names=STOPPED), new, raises=KeyboardInterrupt, files=STORED,
-         names=ALONE),
+    Case("telling is stopped", service(auth_names=STOPPED), new, None, KeyboardInterrupt, files=STORED, names=ALONE),
     Case("others cannot be told", service(auth_names=NOT_TELLING), new, DONE, files=STORED, names=ALONE, log=NOT_TOLD),
 ]
 OTHER, OTHER_ALONE = session("0x" + NEW, URL), {"_auth_manager": Client("0x" + NEW, URL)}

@@ -1,9 +1,8 @@
 """HEARTBEAT.md: where it is found, and the checklist that is appended to it once."""
 
 import os
-from operator import methodcaller as call
 
-from support.cases import Case, checked, given, raising
+from support.cases import Case, call, checked, given, raising
 
 FILE = "HEARTBEAT.md"
 SECTION = """\
@@ -46,8 +45,7 @@ INJECTED = [
     Case("nothing is said of it", given({FILE: ""}, _config={}), inject, files={FILE: f"\n{SECTION}"}),
     Case("there is no file", given(), inject),
     Case("no text", given({FILE: b"\xff"}), inject, log=warning("read", UnicodeDecodeError)),
-    Case("it cannot be written", given({FILE: ""}, open=open_but("w", OSError)), inject,
-         log=warning("write", OSError(13))),
+    Case("no right", given({FILE: ""}, open=open_but("w", OSError)), inject, log=warning("write", OSError(13))),
     *(Case(f"an interruption in mode {mode}", given({FILE: ""}, open=open_but(mode, KeyboardInterrupt)), inject,
            raises=KeyboardInterrupt(13)) for mode in "rw"),
     Case("three folders up", within("a/b/c", FILE), call("_find_heartbeat"), f"HERE/{FILE}"),

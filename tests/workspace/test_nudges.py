@@ -1,8 +1,6 @@
 """The milestone lines, and the fragment for AGENTS.md."""
 
-from operator import methodcaller as call
-
-from support.cases import Case, checked, given, raising
+from support.cases import Case, call, checked, given, raising
 
 FILE = "HEARTBEAT.md"
 # fmt: off
