@@ -35,7 +35,6 @@ Object use(Module, Value x) {
 PyMethodDef functions[] = {def<"hold(x)", hold>(),
                            def<"in_order(x)", in_order>(),
                            def<"use(x)", use>(),
-                           def<"class_of(x)", +[](Module, Value x) { return x.attr<"__class__">(); }>(),
                            def<"try_finally(body, cleanup)",
                                +[](Module, Value body, Value cleanup) {
                                    return try_finally([&] { return invoke{body}; }, [&] { invoke{cleanup}; });

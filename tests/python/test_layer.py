@@ -3,7 +3,6 @@
 import ctypes
 import sys
 from itertools import count
-from types import ModuleType
 
 import layer_test as layer
 import pytest
@@ -80,11 +79,6 @@ def test_callee_is_looked_up_before_its_arguments_are_evaluated_in_order():
 def test_handles_let_go_of_what_they_held():
     with pytest.raises(KeyError, match=r"^2$"):
         layer.hold(object())
-
-
-def test_special_names_of_a_type_come_before_those_of_a_module():
-    vars(module := ModuleType("module"))["__class__"] = "own"
-    assert layer.class_of(module) is ModuleType
 
 
 def test_subclasses_are_asked_for_what_they_do_in_their_own_way():

@@ -1,5 +1,6 @@
 """Calls of one thread that end in any order, threads that outlive the interpreter, and names that change meanwhile."""
 
+import ctypes
 import inspect
 import subprocess
 import sys
@@ -11,8 +12,11 @@ import layer_test
 import pytest
 from sablecrest import agent_onboarding, auth
 
+#: The first watcher comes before the import of the module.
 SETUP = """
-import sys, threading, time, types
+import ctypes, sys, threading, time, types
+callback = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, *[ctypes.c_void_p] * 3)(lambda *_: 0)
+first_watcher = ctypes.pythonapi.PyDict_AddWatcher(callback)
 sys.path.append(sys.argv[1])
 import layer_test
 from sablecrest import agent_onboarding, auth
@@ -85,7 +89,7 @@ def daemon_threads_are_inside_of_calls_when_the_interpreter_ends():
 
 
 def a_key_of_the_namespace_changes_it_while_it_is_compared():
-    """a b c"""
+    """a"""
 
     class Key(str):
         __hash__ = lambda self: hash("_AGENTS_MD_FRAGMENT")  # noqa: E731
@@ -99,9 +103,22 @@ def a_key_of_the_namespace_changes_it_while_it_is_compared():
     kept = [(name, namespace.pop(name)) for name in [*namespace] if not name.startswith("__")]
     namespace[Key("other")] = 1
     namespace.update(kept)
+    pending.append("a")
+    print(agent_onboarding.get_agents_md_fragment())
+
+
+def a_name_is_bound_again_at_another_place_of_the_namespace():
+    """a b c"""
     for text in "abc":
-        pending.append(text)
+        vars(agent_onboarding).pop("_AGENTS_MD_FRAGMENT" if text != "b" else "login")
+        agent_onboarding._AGENTS_MD_FRAGMENT = text
         print(agent_onboarding.get_agents_md_fragment())
+
+
+def the_interpreters_watchers_stay_free():
+    """1"""
+    agent_onboarding.get_agents_md_fragment()
+    print(ctypes.pythonapi.PyDict_AddWatcher(callback) - first_watcher)  # noqa: F821
 
 
 def a_finalizer_runs_when_the_built_ins_are_gone():
