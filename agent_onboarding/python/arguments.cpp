@@ -6,10 +6,8 @@ namespace py {
 namespace {
 
 bool refuse_count(const ParameterTable& table, std::size_t given) {
-    const std::size_t bound = given < table.signature.required ? table.signature.required : table.signature.positional;
-    const char* word = table.signature.required == table.signature.positional ? "exactly"
-                       : given < bound                                        ? "at least"
-                                                                              : "at most";
+    const std::size_t bound = given < table.required ? table.required : table.positional;
+    const char* word = table.required == table.positional ? "exactly" : given < bound ? "at least" : "at most";
     PyErr_Format(PyExc_TypeError, "%s() takes %s %zu positional argument%s (%zu given)", table.function, word, bound,
                  bound == 1 ? "" : "s", given);
     return false;
@@ -29,16 +27,15 @@ bool same_name(PyObject* left, PyObject* right) {
 
 std::size_t parameter_index(const ParameterTable& table, PyObject* name) {
     std::size_t index = 0;
-    while (index < table.signature.count && !same_name(table.names[index]->get().ptr(), name)) ++index;
+    while (index < table.count && !same_name(table.names[index]->get().ptr(), name)) ++index;
     return index;
 }
 
 bool bind_keyword(const ParameterTable& table, PyObject* name, PyObject* value, PyObject** bound,
                   const Object& other_keywords) {
     const std::size_t index = parameter_index(table, name);
-    if (index == table.signature.count) {
-        if (!table.signature.var_keywords)
-            return refuse_keyword("%s() got an unexpected keyword argument '%U'", table, name);
+    if (index == table.count) {
+        if (!table.var_keywords) return refuse_keyword("%s() got an unexpected keyword argument '%U'", table, name);
         other_keywords.set_item(Object::borrow(name), Object::borrow(value));
         return true;
     }
@@ -52,12 +49,11 @@ bool bind_keyword(const ParameterTable& table, PyObject* name, PyObject* value, 
 
 bool bind_arguments(const ParameterTable& table, const PassedArguments& passed, PyObject** bound,
                     const Object& other_keywords) {
-    if (passed.positional > table.signature.positional && !table.signature.var_positional)
-        return refuse_count(table, passed.positional);
+    if (passed.positional > table.positional && !table.var_positional) return refuse_count(table, passed.positional);
 
-    const std::size_t by_position = std::min(passed.positional, table.signature.positional);
+    const std::size_t by_position = std::min(passed.positional, table.positional);
     std::copy_n(passed.values, by_position, bound);
-    std::fill(bound + by_position, bound + table.signature.count, nullptr);
+    std::fill(bound + by_position, bound + table.count, nullptr);
 
     if (passed.keywords != nullptr) {
         PyObject* const* values = passed.values + passed.positional;
@@ -66,8 +62,7 @@ bool bind_arguments(const ParameterTable& table, const PassedArguments& passed, 
                 return false;
     }
 
-    const bool is_complete =
-        std::find(bound, bound + table.signature.required, nullptr) == bound + table.signature.required;
+    const bool is_complete = std::find(bound, bound + table.required, nullptr) == bound + table.required;
     return is_complete || refuse_count(table, passed.positional);
 }
 

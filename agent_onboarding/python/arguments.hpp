@@ -7,22 +7,17 @@
 namespace py {
 
 /// What the binder needs of a signature while running.
-struct ParameterTable {
+struct ParameterTable : Arity {
     const char* function;
     const Name* const* names;
-    const Signature& signature;
 };
-
-namespace detail {
 
 template <Literal L, std::size_t... I>
 inline constexpr const Name* parameter_names[sizeof...(I) + 1] = {&string_name<parameter_name<L, I>>..., nullptr};
 
-}  // namespace detail
-
 template <Literal L>
 inline constexpr ParameterTable parameter_table = []<std::size_t... I>(std::index_sequence<I...>) {
-    return ParameterTable{function_name<L>.text, detail::parameter_names<L, I...>, signature<L>};
+    return ParameterTable{signature<L>, function_name<L>.text, parameter_names<L, I...>};
 }(std::make_index_sequence<signature<L>.count>{});
 
 /// The arguments of one call as the interpreter passes them: positional values, then those of the keywords.

@@ -73,14 +73,14 @@ Object interned_tuple(std::string_view texts) {
     return tuple;
 }
 
-constinit std::atomic<unsigned> last_slot = 0;
+constinit std::atomic<unsigned short> last_slot = 0;
 
 }  // namespace
 
-unsigned Name::assign_slot() const {
-    unsigned slot = slot_;
+unsigned short Name::assign_slot() const {
+    unsigned short slot = slot_;
     if (slot != 0) return slot;
-    const unsigned next = ++last_slot;
+    const unsigned short next = ++last_slot;
     if (next >= name_capacity) {
         PyErr_SetString(PyExc_SystemError, "more names than the table has slots");
         throw_pending();
@@ -101,7 +101,8 @@ PyObject* Name::find_in(PyObject* dict) const {
     Py_ssize_t position = position_;
     if (PyDict_Next(dict, &position, &found, &value) != 0 && found == key) return Py_NewRef(value);
     if (check(compat::find_item(dict, key, &value)) != 0 && position_ == 0)
-        for (position = 0; PyDict_Next(dict, &position, &found, nullptr) != 0 && found != key;) position_ = position;
+        for (position = 0; PyDict_Next(dict, &position, &found, nullptr) != 0 && found != key;)
+            position_ = static_cast<unsigned short>(position);
     return value;
 }
 

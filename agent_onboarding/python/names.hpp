@@ -67,11 +67,11 @@ public:
 
 private:
     [[nodiscard]] std::string_view text() const noexcept { return {reinterpret_cast<const char*>(this + 1), size_}; }
-    [[nodiscard]] unsigned assign_slot() const;
+    [[nodiscard]] unsigned short assign_slot() const;
     [[nodiscard]] const Object& intern(NameTable& names) const;
 
-    mutable std::atomic<unsigned> slot_ = 0;
-    mutable std::atomic<Py_ssize_t> position_ = 0;  // for PyDict_Next; 0 before the first look-up
+    mutable std::atomic<unsigned short> slot_ = 0;
+    mutable std::atomic<unsigned short> position_ = 0;  // for PyDict_Next; 0 before the first look-up
     unsigned short size_;
     Kind kind_;
 };

@@ -12,14 +12,17 @@ struct Parameter {
     std::string_view name, default_value;  // no default where it is empty
 };
 
-struct Signature {
-    std::string_view function;
-    std::array<Parameter, 8> parameters{};
+struct Arity {
     std::size_t count = 0;       // of named parameters
     std::size_t positional = 0;  // those that may be passed by position
     std::size_t required = 0;
     bool var_positional = false;  // "*parts"
     bool var_keywords = false;    // "**kwargs"
+};
+
+struct Signature : Arity {
+    std::string_view function;
+    std::array<Parameter, 8> parameters{};
 };
 
 namespace detail {
@@ -40,7 +43,7 @@ consteval long small_number(std::string_view text) {
 }
 
 constexpr Signature parse_signature(std::string_view line) {
-    Signature signature{line.substr(0, line.find('('))};
+    Signature signature{{}, line.substr(0, line.find('('))};
     bool keyword_only = false;
     std::size_t begin = signature.function.size() + 1;
     while (begin < line.size() - 1) {
