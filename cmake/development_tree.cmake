@@ -5,7 +5,7 @@ set_target_properties(agent_onboarding PROPERTIES
   LIBRARY_OUTPUT_DIRECTORY ${package_folder}/sablecrest)
 
 # Copied by each build, so that an edited file is there too.
-add_custom_target(stand_ins ALL WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} VERBATIM
+add_custom_target(stand_ins ALL COMMENT "Copying the stand-in package" VERBATIM WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
   COMMAND ${CMAKE_COMMAND} -E copy_directory package_interfaces ${package_folder}
   COMMAND ${CMAKE_COMMAND} -E copy agent_onboarding/agent_onboarding.pyi ${package_folder}/sablecrest)
 
