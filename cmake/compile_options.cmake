@@ -22,18 +22,15 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     -fno-align-functions -fno-align-jumps -fno-align-labels -fno-align-loops)
 endif()
 
-if(CMAKE_SYSTEM_NAME STREQUAL Linux AND NOT SABLECREST_SANITIZE)
-  # The layer's short functions are called from every other file: joined at link time, the module is smaller and faster.
-  check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION OUTPUT why_no_link_time_optimization LANGUAGES CXX)
-endif()
-
 if(CMAKE_SYSTEM_NAME STREQUAL Linux)
   target_compile_options(compile_options INTERFACE -fno-plt)
+  target_link_options(compile_options INTERFACE LINKER:--version-script,${CMAKE_CURRENT_LIST_DIR}/exports.map)
   if(NOT SABLECREST_SANITIZE)
+    # The layer's short functions are called from all other files: joined at link time, the module is smaller, faster.
+    check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES CXX)
     # Loading the C++ runtime would double the time of the import; only its exceptions are needed.
     target_link_options(compile_options INTERFACE -static-libstdc++ -static-libgcc)
   endif()
-  target_link_options(compile_options INTERFACE LINKER:--version-script,${CMAKE_CURRENT_LIST_DIR}/exports.map)
 endif()
 
 if(SABLECREST_SANITIZE)

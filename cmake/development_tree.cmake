@@ -4,14 +4,10 @@ set(package_folder ${PROJECT_BINARY_DIR}/package)
 set_target_properties(agent_onboarding PROPERTIES
   LIBRARY_OUTPUT_DIRECTORY ${package_folder}/sablecrest)
 
-# configure_file makes each source a dependency of the build, so an edited file is copied again.
-file(GLOB_RECURSE stand_ins RELATIVE ${PROJECT_SOURCE_DIR}/package_interfaces CONFIGURE_DEPENDS
-  package_interfaces/*)
-list(FILTER stand_ins EXCLUDE REGEX __pycache__)
-foreach(stand_in IN LISTS stand_ins)
-  configure_file(package_interfaces/${stand_in} ${package_folder}/${stand_in} COPYONLY)
-endforeach()
-configure_file(agent_onboarding/agent_onboarding.pyi ${package_folder}/sablecrest/agent_onboarding.pyi COPYONLY)
+# Copied by each build, so that an edited file is there too.
+add_custom_target(stand_ins ALL COMMENT "Copying the stand-in package" VERBATIM WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+  COMMAND ${CMAKE_COMMAND} -E copy_directory package_interfaces ${package_folder}
+  COMMAND ${CMAKE_COMMAND} -E copy agent_onboarding/agent_onboarding.pyi ${package_folder}/sablecrest)
 
 add_subdirectory(runtime_modules)
 

