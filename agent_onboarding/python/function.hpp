@@ -51,38 +51,46 @@ PyObject* default_argument() {
         return PyLong_FromLong(small_number(text));
 }
 
-/// Calls `Function(m, parameters…)`, where the signature has them with `*parts` as a tuple, and with `**kwargs` as a dict
-/// or None where there are no keywords at all.
+/// `Function(m, parameters…)`, where the signature has them with `*parts` as a tuple, and with `**kwargs` as a dict or
+/// None where there are no keywords at all.
 template <Literal L, auto Function>
-PyObject* trampoline(PyObject* module, PyObject* const* values, Py_ssize_t positional, PyObject* keywords) noexcept {
-    return call_from_python([&]() -> PyObject* {
+struct BoundCall {
+    Module m;
+    PassedArguments passed;
+
+    // Each C++ frame that an exception unwinds costs as much as a Python call.
+    [[gnu::always_inline]] PyObject* operator()() const {
         constexpr auto parsed = signature<L>;
         constexpr std::make_index_sequence<parsed.count> indices;
-        const PassedArguments passed{values, static_cast<std::size_t>(positional), keywords};
-        PyObject* const* bound = values;
+        PyObject* const* bound = passed.values;
         PyObject* places[parsed.count + 1];
-        Object other_keywords;
+        std::conditional_t<parsed.var_keywords, Object, None> other_keywords = none;
         const bool all_by_position = parsed.var_positional || passed.positional == parsed.count;
-        if (!all_by_position || parsed.positional != parsed.count || keywords != nullptr) {
-            if (parsed.var_keywords && keywords != nullptr) other_keywords = dict{};
+        if (!all_by_position || parsed.positional != parsed.count || passed.keywords != nullptr) {
+            if constexpr (parsed.var_keywords)
+                if (passed.keywords != nullptr) other_keywords = dict{};
             if (!bind_arguments(parameter_table<L>, passed, places, other_keywords)) return nullptr;
             [&]<std::size_t... I>(std::index_sequence<I...>) {
                 ((places[I] = places[I] != nullptr ? places[I] : default_argument<L, I>()), ...);
             }(indices);
             bound = places;
         }
-
-        const Module m{module};
         return [&]<std::size_t... I>(std::index_sequence<I...>) {
             if constexpr (parsed.var_positional)
                 return Function(m, Object::at(bound[I])..., var_positional(passed));
             else if constexpr (parsed.var_keywords)
-                return Function(m, Object::at(bound[I])..., keywords != nullptr ? other_keywords : none);
+                return Function(m, Object::at(bound[I])..., other_keywords);
             else
                 return Function(m, Object::at(bound[I])...);
         }(indices)
                    .release();
-    });
+    }
+};
+
+template <Literal L, auto Function>
+PyObject* trampoline(PyObject* module, PyObject* const* values, Py_ssize_t positional, PyObject* keywords) noexcept {
+    return call_from_python(
+        BoundCall<L, Function>{Module{module}, {values, static_cast<std::size_t>(positional), keywords}});
 }
 
 /// "name(parameters)", a line "--" and an empty line stand before the docstring, which is where the interpreter reads
