@@ -48,7 +48,9 @@ inline Py_ssize_t size(const Object& container) { return check(PyObject_Size(con
 
 /// `list(iterable)`, `dict(mapping)`
 inline Object list_of(const Object& iterable) { return Object::steal(PySequence_List(iterable.ptr())); }
-inline Object dict_of(const Object& mapping) { return invoke{type(PyDict_Type), mapping}; }
+inline Object dict_of(const Object& mapping) {
+    return mapping.is_exact_dict() ? Object::steal(PyDict_Copy(mapping.ptr())) : invoke{type(PyDict_Type), mapping};
+}
 
 /// `sequence[:count]`
 inline Object slice_to(const Object& sequence, Py_ssize_t count) {
