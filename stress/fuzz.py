@@ -104,8 +104,8 @@ def altered(draw, value):
 def variants(draw, surface):
     case = [*eval(draw(st.sampled_from(CASES[surface])))]
     for n in draw(st.lists(st.sampled_from([0, 2, 1] if case[1] else [0, 2]), min_size=1, max_size=5)):
-        case[n] = altered(draw, case[n])
-    hypothesis.assume(isinstance(case[0], dict))
+        before, case[n] = case[n], altered(draw, case[n])
+        hypothesis.assume(not isinstance(before, dict) or isinstance(case[n], dict))
     hypothesis.assume(not re.search(r"data_dir.*(['\"]/|~|\.\.)", repr(case)))  # It is made.
     return repr(case)
 
