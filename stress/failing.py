@@ -1,5 +1,6 @@
 """Lets every call of every operation fail, and swaps the key file's path between every two of its steps."""
 
+import faulthandler
 import os
 import re
 import sys
@@ -11,6 +12,7 @@ from pathlib import Path
 
 from support.recorder import Recorder
 
+from stress.child import STUCK
 from stress.operations import OPERATIONS, SHORT, chain, differences, native, observe, told
 
 PATH, THEIRS = "data/wallet.key", ("of somebody else", 0o666)
@@ -115,6 +117,7 @@ def main():
     total = Counter(attempts=0, findings=0)
     os.umask(0)
     for what, *attempt in islice(attempts(), 0, None, 16 if SHORT else 1):
+        faulthandler.dump_traceback_later(STUCK, exit=True)
         for line in [f"{what}: {fault}" for fault in faults(*attempt)]:
             reason = next((reason for pattern, reason in EXCEPTIONS.items() if re.search(pattern, line)), "findings")
             total[reason] += 1
