@@ -1,5 +1,4 @@
-"""Onboards a fleet while workers are killed, leave and join, and once more; compares the service's wallets with
-the keys that are there, and looks for secrets in what was shown."""
+"""Onboards a fleet while workers are killed, leave and join; then no key may be lost or replaced, and none shown."""
 
 import csv
 import gzip

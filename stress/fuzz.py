@@ -1,8 +1,8 @@
-"""Gives the module what comes from outside, in every shape: saved cases and, for each way in, so many variants."""
+"""Gives the module what comes from outside, in every shape: saved cases and, for each way in, variants of them."""
 
+import faulthandler
 import json
 import re
-import signal
 import sys
 import urllib.request
 from contextlib import suppress
@@ -16,7 +16,7 @@ from support.cases import Case, show_file
 from support.cases import given as in_place
 
 from stress.child import STUCK, in_child
-from stress.operations import differences, native, observe
+from stress.operations import SHORT, differences, native, observe
 
 CALLS = {
     "checklist": lambda m, triggers: [m.inject_heartbeat(), *map(m.update_nudge, triggers)],
@@ -28,6 +28,8 @@ CALLS = {
 }
 #: A line is a case: the options before, the content of the file or of the answer, and what the call is given.
 CORPUS = {name: Path(__file__).with_name("corpus").joinpath(f"{name}.txt").read_text("utf-8") for name in CALLS}
+VARIANTS = 5000
+OPTIONS = {"max_examples": VARIANTS, "deadline": None, "suppress_health_check": hypothesis.HealthCheck}
 CASES = {name: re.findall("(?m)^[^#\n].*", text) for name, text in CORPUS.items()}
 
 
@@ -49,7 +51,7 @@ def state(m):
 
 def attempt(surface, case):
     """A second call changes nothing, a refusal is foreseen and leaves no trace, and all is as in plain Python."""
-    signal.alarm(STUCK)
+    faulthandler.dump_traceback_later(STUCK, exit=True)
     (options, content, given), call = eval(case), CALLS[surface]
     file, refusals = re.search("# File: (.*)\n# Refusals: (.*)", CORPUS[surface]).groups()
 
@@ -81,14 +83,14 @@ values = st.recursive(leaves, lambda v: st.lists(v, max_size=4) | st.dictionarie
 splices = st.sampled_from([*map(str.encode, '[]{},:" 0\0\r\n'), b"", b"\xff", b"NaN", b"1e999", b"\\ud800"])
 
 
-def altered(draw, value, whole=False):
-    """The value with a part replaced, or another one unless it is the whole."""
-    inside = draw(st.integers(0, 3)) or whole
-    if isinstance(value, dict) and inside:
-        name = draw(st.sampled_from([*value]) if value and draw(st.integers(0, 3)) else texts)
-        return value | {name: altered(draw, value.get(name))}
-    if isinstance(value, list) and inside:
-        return [*altered(draw, dict(enumerate(value)), whole=True).values()][draw(st.integers(0, 1)) :]
+def altered(draw, value):
+    """The value with a part replaced, or another one."""
+    inside = draw(st.integers(0, 3))
+    if isinstance(value, dict | list) and inside:
+        items = value if isinstance(value, dict) else dict(enumerate(value))
+        name = draw(st.sampled_from([*items]) if items and inside > 1 else texts)
+        items = items | {name: altered(draw, items.get(name))}
+        return items if isinstance(value, dict) else [*items.values()][draw(st.integers(0, 1)) :]
     if isinstance(value, bytes):
         with suppress(ValueError, RecursionError):
             if (document := json.loads(value)) and inside > 1:
@@ -102,42 +104,26 @@ def altered(draw, value, whole=False):
 def variants(draw, surface):
     case = [*eval(draw(st.sampled_from(CASES[surface])))]
     for n in draw(st.lists(st.sampled_from([0, 2, 1] if case[1] else [0, 2]), min_size=1, max_size=5)):
-        case[n] = altered(draw, case[n], whole=True)
+        before, case[n] = case[n], altered(draw, case[n])
+        hypothesis.assume(not isinstance(before, dict) or isinstance(case[n], dict))
     hypothesis.assume(not re.search(r"data_dir.*(['\"]/|~|\.\.)", repr(case)))  # It is made.
     return repr(case)
 
 
-def explore(surface, examples):
-    """How many cases there were, and a finding: the saved cases, and so many variants of them."""
-
-    def body(case):
-        tried.append(case)
-        attempt(surface, case)
-
-    test, tried, finding = hypothesis.given(variants(surface))(body), [], None
+def explore(surface):
+    """Tries the saved cases, and variants of them."""
+    test = hypothesis.given(variants(surface))(lambda case: attempt(surface, case))
     for case in CASES[surface]:
         test = hypothesis.example(case)(test)
-    phases = [hypothesis.Phase.explicit, hypothesis.Phase.generate, hypothesis.Phase.shrink][: 3 if examples else 1]
-    options = {"database": None, "deadline": None, "report_multiple_bugs": False}
-    options["suppress_health_check"] = hypothesis.HealthCheck
-    try:
-        hypothesis.settings(max_examples=examples or 1, phases=phases, **options)(test)()
-    except Exception as error:
-        finding = f"{error!r} {getattr(error, '__notes__', '')}"
-    return len(tried), finding
+    hypothesis.settings(**OPTIONS, database=None, phases=[*hypothesis.Phase][: 1 if SHORT else None])(test)()
 
 
-def main(examples):
-    cases, findings = {}, 0
-    for surface in CALLS:
-        answer = in_child(explore, surface, examples)
-        cases[surface], finding = answer if isinstance(answer, tuple) else (1, f"exit status {answer}")
-        if finding is not None:
-            findings += 1
-            print(f"{surface}: {finding}", flush=True)
-    print(f"{sum(cases.values())} cases, {findings} findings: {cases}")
-    sys.exit(findings > 0)
+def main():
+    found = [surface for surface in CALLS if in_child(explore, surface) is not None]
+    cases = sum(map(len, CASES.values()))
+    print(f"{cases} saved cases, {0 if SHORT else VARIANTS} variants for each way in, findings: {found}")
+    sys.exit(bool(found))
 
 
 if __name__ == "__main__":
-    main(0 if "--short" in sys.argv else int([*sys.argv, 5000][1]))
+    main()

@@ -1,43 +1,40 @@
 """Gives the module to many interpreters, alone and side by side, and compares what they leave with those without it."""
 
-import os
-import signal
 import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from contextlib import suppress
 from functools import partial
 from importlib import import_module
-from itertools import pairwise
 from pkgutil import iter_modules
 from threading import Barrier
-from traceback import print_exc
 from types import SimpleNamespace
 
 NAME = "sablecrest.agent_onboarding"
 IS_NEW = sys.version_info >= (3, 13)
-LOCKS = {"locks of their own": ["isolated"], "a shared lock": ["legacy"], "one or the other": ["isolated", "legacy"]}
+interpreters = import_module("_interpreters" if IS_NEW else "_xxsubinterpreters")
+#: One of its own, and the one that others share.
+LOCKS = [{"config": "isolated"}, {"config": "legacy"}] if IS_NEW else [{"isolated": True}, {"isolated": False}]
 SIDE_BY_SIDE = 4
-COUNT = 4 * (1 + SIDE_BY_SIDE)
 #: CPython leaves what is interned; the heap wavers.
 SLACK = [100 * (1 + SIDE_BY_SIDE), 2**18, 0, 0, 0, 0]
-#: The exit status where CPython itself could not create an interpreter, as happens now and then beside others.
-NOT_CREATED = 3
 #: Without the first line, interpreters with locks of their own crash CPython 3.12 or 3.13 itself.
 CODE = """import os, sys; sys.modules |= dict.fromkeys(('_datetime', '_decimal', '_hashlib', '_ssl'))
 try: from stress import interpreters; interpreters.{}
 except BaseException: sys.excepthook(*sys.exc_info()); os._exit(1)"""
 
 
-def use(number, is_used):
-    """Runs in each interpreter; what it makes last is left to the interpreter's end."""
+def load():
+    """Imports what the module does, but not the module itself."""
+    names = {name for _, name, _ in iter_modules(import_module("sablecrest").__path__, "sablecrest.")} - {NAME}
+    for name in ["importlib.util", "secrets", "urllib.request", *sorted(names)]:
+        import_module(name)
+
+
+def use(number):
+    """What it makes last is left to the interpreter's end."""
     global used, left
-    names = [name for _, name, _ in iter_modules(import_module("sablecrest").__path__, "sablecrest.")]
-    for name in ["importlib.util", "secrets", "urllib.request", *names]:
-        if is_used or name != NAME:
-            import_module(name)
-    if not is_used:
-        return
+    load()
     used = m = import_module(NAME)
     assert m._config["market_id"] is m._auth_manager is None
     methods = dict.fromkeys(("authenticate", "get_token", "get_token_expiry", "get_wallet_address"), str)
@@ -51,75 +48,50 @@ def use(number, is_used):
         m.register(bootstrap_runtime=True)
 
 
-def check(number, is_used):
-    """Runs in each interpreter after those at its side have used theirs."""
-    assert not is_used or [used._config[k] for k in ("market_id", "named_universe")] == [number, f"u{number}"]
-    if is_used:
-        with suppress(RuntimeError):
-            del sys.modules[NAME]
-            assert not import_module(NAME)
+def check(number):
+    """After those at its side have used theirs."""
+    assert [used._config["market_id"], used._config["named_universe"]] == [number, f"u{number}"]
+    with suppress(RuntimeError):
+        del sys.modules[NAME]
+        assert not import_module(NAME)
 
 
-def create(interpreters, lock):
-    try:
-        return interpreters.create(lock) if IS_NEW else interpreters.create(isolated=lock == "isolated")
-    except Exception:
-        print_exc(file=sys.__stderr__)
-        os._exit(NOT_CREATED)
+def live(calls, met, number, one):
+    for call in calls:
+        interpreters.run_string(one, CODE.format(call.format(1 + number)))
+        met.wait()
+    interpreters.destroy(one)
 
 
-def live(is_used, locks, met, number):
-    interpreters, lock = import_module("_interpreters" if IS_NEW else "_xxsubinterpreters"), locks[number % len(locks)]
-    try:
-        one = create(interpreters, lock)
-        for function in ("use", "check"):
-            interpreters.run_string(one, CODE.format(f"{function}({1 + number}, {is_used})"))
-            met.wait()
-        interpreters.destroy(one)
-    except BaseException:
-        print_exc(file=sys.__stderr__)
-        met.abort()  # Those at its side would wait for it.
-        raise
+def live_and_die(calls):
+    """One interpreter, and then some side by side."""
+    for count in (1, SIDE_BY_SIDE):
+        # CPython may fail to create an interpreter while others run. A pool that was used may start too few threads, as
+        # it takes one for idle that has just found work.
+        made = [interpreters.create(**LOCKS[number % 2]) for number in range(count)]
+        with ThreadPoolExecutor(count) as pool:
+            list(pool.map(partial(live, calls, Barrier(count)), range(count), made))
 
 
-def growth(is_used, locks):
-    """What the fewest of each kind is that one interpreter and then some side by side have left."""
-    import faulthandler  # here, as the interpreters import this file too
+def growth(*calls):
+    from stress import leaks  # here, as the interpreters import this file too
 
-    from stress.leaks import measure
-
-    signal.alarm(0)  # Other processes may hold this one up.
-    faulthandler.dump_traceback_later(300, exit=True, file=sys.__stderr__)
-    measured, main = [], import_module(NAME)
-    for _ in range(4):
-        for count in (1, SIDE_BY_SIDE):
-            # A pool that was used may start too few threads, as it takes one for idle that has just found work.
-            with ThreadPoolExecutor(count) as pool:
-                list(pool.map(partial(live, is_used, locks, Barrier(count)), range(count)))
-        measured.append(measure(()))
+    main = import_module(NAME)
+    grown = leaks.growth(partial(live_and_die, calls))
     assert main._config["market_id"] is None
-    return [min(b - a for a, b in pairwise(kind)) for kind in zip(*measured)]
+    return grown
 
 
-def grown(is_used, kind):
+def main():
     from stress.child import in_child
 
-    for _ in range(3):
-        if (answer := in_child(growth, is_used, LOCKS[kind])) != NOT_CREATED:
-            break
-        print("    repeated: CPython could not create an interpreter")
-    return answer
-
-
-def main(processes, kinds):
-    findings = 0
-    for kind in kinds:
-        without, *native = (grown(number > 0, kind) for number in range(1 + processes))
-        print(f"{COUNT * processes} interpreters with {kind} left", *native, f"{without} without it", sep="\n    ")
-        findings += sum(not isinstance(n, list) or any(x > y + z for x, y, z in zip(n, without, SLACK)) for n in native)
-    print(f"{COUNT * processes * len(kinds)} interpreters, {findings} findings")
-    sys.exit(findings > 0)
+    processes = 1 if "--short" in sys.argv else 150
+    without = in_child(growth, "load()")
+    native = [in_child(growth, "use({})", "check({})") for _ in range(processes)]
+    findings = [n for n in native if not isinstance(n, list) or any(x > y + z for x, y, z in zip(n, without, SLACK))]
+    print(f"{20 * processes} interpreters, {len(findings)} findings, {without} without it", *findings, sep="\n    ")
+    sys.exit(bool(findings))
 
 
 if __name__ == "__main__":
-    main(*((1, ["one or the other"]) if "--short" in sys.argv else (50, LOCKS)))
+    main()

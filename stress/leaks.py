@@ -7,10 +7,10 @@ import sys
 from contextlib import suppress
 
 from stress.child import in_child
-from stress.operations import OPERATIONS, arguments, native, staged
+from stress.operations import OPERATIONS, SHORT, native, staged
 
-MOST_ROUNDS = 20
-KINDS = "blocks, bytes of native heap, bytes in mappings, descriptors, collectable objects, references"
+ROUNDS = 3
+KINDS = ["blocks", "bytes of native heap", "bytes in mappings", "descriptors", "collectable objects", "references"]
 #: Without it, freed memory that a thread keeps for itself would count as in use until seven of each size are kept.
 UNCACHED = {"GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"}
 
@@ -32,45 +32,42 @@ def measure(constants):
     return [sys.getallocatedblocks(), heap.number7, heap.number4, descriptors, objects, references]
 
 
-def growth(names, repeats):
-    """What the last round of the operations has left behind: the second in a row that left nothing, or one of too
-    many."""
-    constants = [*{id(o): o for o in gc.get_referents(*gc.get_objects())}.values()]
-    errors = [o for o in constants if issubclass(type(o), BaseException)]  # of the rows, which collect more each time
-    gc.freeze()
-    before, quiet = measure(constants), 0
-    for _ in range(MOST_ROUNDS):
-        for name in names * repeats:
-            with staged(OPERATIONS[name], native), suppress(BaseException):
-                OPERATIONS[name].call(native)
-        for error in errors:
-            error.__traceback__ = error.__context__ = error.__cause__ = None
+def growth(act, constants=()):
+    """What each round leaves of each kind, or the least where that varies."""
+    act()  # The first round makes what stays.
+    before, most = measure(constants), float("inf")  # which is kept, and no constant: it would count as one less
+    least = [most] * len(KINDS)
+    for _ in range(ROUNDS):
+        act()
         now = measure(constants)
-        grown, before = [b - a for a, b in zip(before, now)], now
-        quiet = 0 if max(grown) > 0 else quiet + 1
-        if quiet == 2:
-            break
-    return grown
+        least, before = [min(least, b - a) for least, a, b in zip(least, before, now)], now
+    return least
 
 
-def leaks(names, repeats):
-    """Those of the operations that leave something behind, found by halving."""
-    grown = in_child(growth, names, repeats)
-    if not isinstance(grown, int) and max(grown) <= 0:
-        return {}
-    if half := len(names) // 2:
-        return leaks(names[:half], repeats) | leaks(names[half:], repeats)
-    return {names[0]: grown}
+def call_all(rows):
+    constants = [*{id(o): o for o in gc.get_referents(*gc.get_objects())}.values()]
+    gc.freeze()
+
+    def act():
+        for row in rows:
+            with staged(row, native), suppress(BaseException):
+                row.call(native)
+
+    return growth(act, constants)
 
 
 def main():
     if not os.environ.items() >= UNCACHED.items():
         os.execve(sys.executable, sys.orig_argv, os.environ | UNCACHED)
-    option, names = arguments()
-    names = [name for name in names if not OPERATIONS[name].left_open]  # in the row's own hands
-    groups, repeats = ([names], 1) if option == "--short" else ([[name] for name in names], 10)
-    found = [leak for group in groups for leak in leaks(group, repeats).items()]
-    print(f"{len(names)} operations, {len(found)} leaks ({KINDS})", *found, sep="\n    ")
+    rows = {name: row for name, row in OPERATIONS.items() if not row.left_open}  # in the row's own hands
+    found = []
+    for name, group in [("all of them", [*rows.values()]), *((name, [row] * 10) for name, row in rows.items())]:
+        grown = in_child(call_all, group)
+        if isinstance(grown, int) or max(grown) > 0:
+            found.append(f"{name}: {grown}")
+        if SHORT and not found:
+            break  # Only where all at once leave something, each is called alone.
+    print(f"{len(rows)} operations, {len(found)} leaks of {KINDS}", *found, sep="\n    ")
     sys.exit(bool(found))
 
 

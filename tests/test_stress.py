@@ -1,10 +1,15 @@
-"""The stress runs in their short form; `make stress` has the whole."""
+"""The stress runs in their short form, `make stress` has the whole; and whether they reach every function."""
 
 import subprocess
 import sys
+from contextlib import suppress
+from types import BuiltinFunctionType, FunctionType
+from unittest.mock import Mock
 
 import pytest
+from support.cases import all_rows, staged
 from support.platforms import needs_fork, needs_modes
+from support.subject import NAME
 
 from stress import RUNS
 
@@ -14,3 +19,14 @@ from stress import RUNS
 @pytest.mark.parametrize("run", RUNS)
 def test_stress_run_finds_nothing(run):
     subprocess.run([sys.executable, "-m", f"stress.{run}", "--short"], check=True)
+
+
+@needs_modes  # as other platforms have fewer rows
+def test_every_function_is_called_in_some_row(module, tmp_path_factory):
+    functions = {n: f for n, f in vars(module).items() if isinstance(f, FunctionType | BuiltinFunctionType)}
+    spies = {name: Mock(wraps=f) for name, f in functions.items() if f.__module__ == NAME}
+    vars(module).update(spies)
+    for _, row in all_rows():
+        with staged(row, module, tmp_path_factory.mktemp("row")), suppress(BaseException):
+            row.call(module)
+    assert [name for name, spy in spies.items() if not spy.called] == []
