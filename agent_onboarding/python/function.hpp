@@ -20,7 +20,7 @@ void set_exception(PyObject* raised, bool no_memory) noexcept;
 
 /// Runs a body at the border to C: an exception becomes the interpreter's, and the result null.
 template <typename Body>
-PyObject* call_from_python(Body body) noexcept {
+PyObject* call_from_python(const Body& body) noexcept {
     PyObject* raised = nullptr;
     bool no_memory = false;
     try {
