@@ -3,7 +3,6 @@
 
 #include "python/blocks.hpp"
 #include "python/function.hpp"
-#include "python/import.hpp"
 
 namespace agent_onboarding {
 

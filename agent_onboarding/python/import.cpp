@@ -1,7 +1,6 @@
 /// \file The `import` statements.
-#include "python/import.hpp"
-
 #include "python/error.hpp"
+#include "python/module.hpp"
 
 namespace py {
 

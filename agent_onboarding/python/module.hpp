@@ -1,4 +1,5 @@
-/// \file The module's namespace: every name that a function refers to is read from it at the moment of use.
+/// \file The module's namespace: every name that a function refers to is read from it at the moment of use. And the
+/// `import` statements, which bind names.
 #pragma once
 
 #include "python/text.hpp"
@@ -78,5 +79,12 @@ private:
 
     PyObject* module_;
 };
+
+/// `import name`, bound to the top-level package; the module `name` itself where `from_list` is not None.
+Object import_module(Module m, const Object& name, const Object& from_list = none);
+/// What `from package import name` binds, once the package was imported.
+Object imported_name(Module m, const Object& package, const Object& package_name, const Object& name);
+/// `from package import name`
+Object import_from(Module m, const Object& package_name, const Object& name);
 
 }  // namespace py
