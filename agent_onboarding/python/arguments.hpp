@@ -8,8 +8,8 @@ namespace py {
 
 /// What the binder needs of a signature while running.
 struct ParameterTable : Arity {
-    const char* function;
-    const Name* const* names;
+    const char* function = nullptr;
+    const Name* const* names = nullptr;
 };
 
 template <Literal L, std::size_t... I>
@@ -17,7 +17,7 @@ inline constexpr const Name* parameter_names[sizeof...(I) + 1] = {&string_name<p
 
 template <Literal L>
 inline constexpr ParameterTable parameter_table = []<std::size_t... I>(std::index_sequence<I...>) {
-    return ParameterTable{signature<L>, function_name<L>.text, parameter_names<L, I...>};
+    return ParameterTable{static_cast<const Arity&>(signature<L>), function_name<L>.text, parameter_names<L, I...>};
 }(std::make_index_sequence<signature<L>.count>{});
 
 /// The arguments of one call as the interpreter passes them: positional values, then those of the keywords.

@@ -64,7 +64,7 @@ struct BoundCall {
         constexpr std::make_index_sequence<parsed.count> indices;
         PyObject* const* bound = passed.values;
         PyObject* places[parsed.count + 1];
-        std::conditional_t<parsed.var_keywords, Object, None> other_keywords = none;
+        std::conditional_t<parsed.var_keywords, Object, None> other_keywords = none;  // NOLINT(misc-const-correctness)
         const bool all_by_position = parsed.var_positional || passed.positional == parsed.count;
         if (!all_by_position || parsed.positional != parsed.count || passed.keywords != nullptr) {
             if constexpr (parsed.var_keywords)

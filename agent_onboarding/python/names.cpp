@@ -26,13 +26,13 @@ NameTable* NameTable::find(std::int64_t interpreter) noexcept {
 
 NameTable& NameTable::find_running() noexcept {
     const std::int64_t interpreter = running_interpreter();
-    const std::lock_guard lock{tables_mutex};
+    const std::scoped_lock lock{tables_mutex};
     return *find(interpreter);
 }
 
 NameTable* NameTable::acquire() {
     auto made = std::make_unique<NameTable>(running_interpreter());
-    const std::lock_guard lock{tables_mutex};
+    const std::scoped_lock lock{tables_mutex};
     NameTable* table = find(made->interpreter_);
     if (table == nullptr) {
         only_.store(tables == nullptr ? made.get() : nullptr, std::memory_order_release);
@@ -46,7 +46,7 @@ NameTable* NameTable::acquire() {
 void NameTable::release() noexcept {
     if (--users_ > 0) return;
     {
-        const std::lock_guard lock{tables_mutex};
+        const std::scoped_lock lock{tables_mutex};
         NameTable** link = &tables;
         while (*link != this) link = &(*link)->next_;
         *link = next_;
