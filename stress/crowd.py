@@ -34,7 +34,3 @@ def main():
             assert addresses == expected, f"other wallets: {addresses - expected}"
             assert key.read_text() == kept, "the key was replaced"
         print(f"{PROCESSES * ROUNDS} registrations, one wallet")
-
-
-if __name__ == "__main__":
-    main()

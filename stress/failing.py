@@ -125,8 +125,4 @@ def main():
                 print(line, flush=True)
         total["attempts"] += 1
     print(f"{len(OPERATIONS)} operations", *(f"{count} {what}" for what, count in total.items()), sep="\n    ")
-    sys.exit(total["findings"] > 0)
-
-
-if __name__ == "__main__":
-    main()
+    return total["findings"]

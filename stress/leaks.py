@@ -68,8 +68,4 @@ def main():
         if SHORT and not found:
             break  # Only where all at once leave something, each is called alone.
     print(f"{len(rows)} operations, {len(found)} leaks of {KINDS}", *found, sep="\n    ")
-    sys.exit(bool(found))
-
-
-if __name__ == "__main__":
-    main()
+    return found

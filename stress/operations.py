@@ -20,7 +20,7 @@ from support.recorder import Recorder, here
 from support.subject import NAME, PLAIN, load_plain
 
 #: What every run is asked for: its short form, and operations with this in their names.
-SHORT, PATTERN = "--short" in sys.argv, next((word for word in sys.argv[1:] if not word.startswith("--")), "")
+SHORT, PATTERN = "--short" in sys.argv, next((word for word in sys.argv[2:] if not word.startswith("--")), "")
 cases.LOGGER.addHandler(logging.NullHandler())  # or it would show what they log
 #: The plain rendering, which explains and compares; without it the runs go on without that, and say so.
 plain = load_plain() if PLAIN.exists() else None
