@@ -23,6 +23,7 @@ CALLS = {
     "key": lambda m, key: (key is None or m._write_wallet_key("data", key), m._read_wallet_key("data")),
     "manifest": lambda m, given: list_and_select(m, m._read_manifest("data") if given is None else given),
     "options": lambda m, options: m.configure(**options),
+    "settings": lambda m, _: (m._apply_file_settings(), m._configured_signal_service_url()),
 }
 #: A line is a case: the options before, the content of the file or of the answer, and what the call is given.
 CORPUS = {name: Path(__file__).with_name("corpus").joinpath(f"{name}.txt").read_text("utf-8") for name in CALLS}
@@ -55,6 +56,7 @@ def attempt(surface, case):
 
     def prepare(m, patch):
         m._config.update(options)
+        m.load_settings = lambda path, ensure: given
         patch.setattr(urllib.request, "urlopen", lambda *_, **__: namespace(read=lambda: content))
         if content is not None:
             in_place({file: content})(m, patch)
