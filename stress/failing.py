@@ -26,6 +26,7 @@ EXCEPTIONS = {
     r"aliases: stopped at .* importlib.import_module": "what cannot be imported gets a stand-in",
     r"nobody can be asked .* (a link|another's) at": "links and others' files are as good there",
     r"somebody else is \[\('of somebody else', 384\)\]": "the last step of writing goes by the file's name",
+    r"no exception class .* interruption does not pass": "Python itself refuses to catch by what is no class",
     r"somebody else is \[\]": "a file is emptied as it is opened, before its owner is asked",
     r"OSError at \d+, os.link": "where there are no hard links, the module is copied",
 }
