@@ -5,6 +5,6 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parents[1] / "tests"))
 
-#: Each is a module here, `python -m stress.NAME`: those with a short form that the tests run too, and the others.
+#: Each is a module here: those with a short form that the tests run too, and the others.
 RUNS = ["failing", "memory", "leaks", "interpreters", "fuzz"]
-ONLY_FULL = ["memory --cold", "crowd", "fleet"]
+ONLY_FULL = ["crowd", "fleet"]

@@ -28,12 +28,6 @@ class DistantService(LocalService):
         return super().challenge(request)
 
 
-def tasks(dask_scheduler):
-    """What the scheduler shows of its tasks, and what it holds of them."""
-    held = [task.run_spec for task in dask_scheduler.tasks.values()]
-    return str([[spec.args for spec in held], cloudpickle.dumps(held)])
-
-
 def keys(place):
     return {path.parent.name: path.read_text() for path in place.glob("root/*/wallet.key")}
 
@@ -51,6 +45,11 @@ def main():
             stack.callback(process.wait)
             stack.callback(process.kill)
             return process
+
+        def tasks(dask_scheduler):  # in here it is sent as it is, for the scheduler has no `stress`
+            """What the scheduler shows of its tasks, and what it holds of them."""
+            held = [task.run_spec for task in dask_scheduler.tasks.values()]
+            return str([[spec.args for spec in held], cloudpickle.dumps(held)])
 
         start("-m", "dask", "scheduler", "--port", "0", "--scheduler-file", "scheduler", "--no-dashboard")
         worker = ("-m", "dask", "worker", "--scheduler-file", "scheduler", "--no-nanny", "--nthreads", "1")
@@ -92,7 +91,3 @@ def main():
         assert all(f"Agent(name='agent-{number}'".encode() in text for number in range(agents)), "no task was read"
         known = [*codes, *keys(place).values(), *service._expiry_by_token]
         assert not any(secret.encode() in text for secret in known), "a secret was shown"
-
-
-if __name__ == "__main__":
-    main()

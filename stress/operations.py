@@ -1,61 +1,30 @@
 """What the stress runs walk over: every row of the tests' tables, and what has no row."""
 
-import ctypes
-import dataclasses
-import importlib
 import logging
 import re
 import shutil
 import sys
-import tempfile
-from contextlib import suppress
 from itertools import zip_longest
 from pathlib import Path
 
-import support  # noqa: F401 before anything asks for the home
-from sablecrest import agent_onboarding as native
+import support  # before anything asks for the home
+from sablecrest import agent_onboarding as native  # noqa: F401 which the runs take from here
 from support import cases
-from support.cases import Case, all_rows, given
+from support.cases import Case, all_rows, call, given
 from support.recorder import Recorder, here
-from support.subject import NAME, PLAIN, load_plain
+from support.subject import PLAIN, load_plain
 
-#: What every run is asked for: its short form, and operations with this in their names.
-SHORT, PATTERN = "--short" in sys.argv, next((word for word in sys.argv[1:] if not word.startswith("--")), "")
+SHORT = "--short" in sys.argv
 cases.LOGGER.addHandler(logging.NullHandler())  # or it would show what they log
 #: The plain rendering, which explains and compares; without it the runs go on without that, and say so.
 plain = load_plain() if PLAIN.exists() else None
 if plain is None:
     print("benchmarks/plain is missing: nothing is compared with it, and nothing explained by it.")
 #: Where each operation runs, in an empty directory.
-FOLDER = tempfile.TemporaryDirectory()
-STAGE = Path(FOLDER.name, "stage")
-api = ctypes.pythonapi
-api.PyInterpreterState_Get.restype = api.PyInterpreterState_GetDict.restype = ctypes.c_void_p
-api.PyInterpreterState_GetDict.argtypes = [ctypes.c_void_p]
-
-
-def as_first_import(module, patch):
-    """As in an interpreter that has not imported it, where nothing has to be compiled, which none survives."""
-    patch.setattr(dataclasses, "dataclass", lambda made: made)
-    borrowed = ctypes.c_void_p(api.PyInterpreterState_GetDict(api.PyInterpreterState_Get()))
-    ctypes.cast(borrowed, ctypes.py_object).value.pop(NAME, None)
-    sys.modules.pop(NAME)
-
-
-def import_again(module):
-    with suppress(RuntimeError):  # It was initialised, then memory for the rest of the import ran out.
-        importlib.import_module(NAME) if module is native else load_plain()
-
-
-OTHERS = [
-    Case("import", as_first_import, import_again),
-    Case("no argument", given(), lambda m: m.login()),
-    Case("argument given twice", given(), lambda m: m.login("", private_key="")),
-    Case("unknown argument", given(), lambda m: m.register(colour=1)),
-]
+STAGE = Path(support.HOME.name, "stage")
+OTHERS = [Case("no argument", given(), call("login")), Case("unknown argument", given(), call("register", colour=1))]
 #: Compiled code marks that it runs only once in a process.
-ROWS = [*((name, row) for name, row in all_rows() if "compiled" not in name), *((row.name, row) for row in OTHERS)]
-OPERATIONS = {name: row for name, row in ROWS if re.search(PATTERN, name)}
+OPERATIONS = {name: row for name, row in all_rows() if "compiled" not in name} | {row.name: row for row in OTHERS}
 
 
 def emptied():
