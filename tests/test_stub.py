@@ -19,9 +19,6 @@ def test_operations_take_and_return_what_their_types_say(tmp_path: Path, monkeyp
     assert isinstance(assert_type(registration.address, str), str)
     assert isinstance(assert_type(token.token, str), str)
     assert isinstance(assert_type(token.expires_at, float), float)
-    assert isinstance(assert_type(onboarding.get_agents_md_fragment(), str), str)
-    guard = onboarding.create_runtime_freshness_guard(tmp_path)
-    assert isinstance(assert_type(guard.ensure_fresh(), list[str]), list)
     onboarding.inject_heartbeat(working_dir=tmp_path)
     onboarding.update_nudge("first_signal", found=1)
     with pytest.raises(ValueError, match="expects int"):

@@ -7,15 +7,6 @@ namespace {
 using namespace py;
 using Value = const Object&;
 
-/// Copies, moves and assigns handles, to themselves too; they end with an exception that has the references they held.
-Object hold(Module, Value value) {
-    const Py_ssize_t before = Py_REFCNT(value.ptr());
-    Object copy = value, moved = std::move(copy), &itself = moved;
-    copy = moved = itself;
-    moved = std::move(itself);
-    raise(PyExc_KeyError, to_object(Py_REFCNT(value.ptr()) - before));
-}
-
 /// `late(x(), key=x())`, `f"{x()} {x()}"` and `(x(), x())`
 Object in_order(Module m, Value x) {
     const Object called = invoke{m.get<"late">(), invoke{x}, kw<"key">(invoke{x})};
@@ -32,8 +23,7 @@ Object use(Module, Value x) {
     return answers;
 }
 
-PyMethodDef functions[] = {def<"hold(x)", hold>(),
-                           def<"in_order(x)", in_order>(),
+PyMethodDef functions[] = {def<"in_order(x)", in_order>(),
                            def<"use(x)", use>(),
                            def<"try_finally(body, cleanup)",
                                +[](Module, Value body, Value cleanup) {

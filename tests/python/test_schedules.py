@@ -8,7 +8,6 @@ import threading
 import time
 import types
 
-import layer_test
 import pytest
 from sablecrest import agent_onboarding, auth
 
@@ -17,8 +16,6 @@ SETUP = """
 import ctypes, sys, threading, time, types
 callback = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, *[ctypes.c_void_p] * 3)(lambda *_: 0)
 first_watcher = ctypes.pythonapi.PyDict_AddWatcher(callback)
-sys.path.append(sys.argv[1])
-import layer_test
 from sablecrest import agent_onboarding, auth
 """
 
@@ -43,22 +40,6 @@ def calls_and_their_handlers_end_in_any_order():
     print([call.switch(path) for call, path in zip(calls, "abc")])
     for call in (a, b, c, b, a, c):
         call.switch()
-
-
-def clean_ups_reraise_what_they_interrupted():
-    """b 'b' None c 'c' None a 'a' None"""
-    import greenlet
-
-    def run(name):
-        try:
-            layer_test.try_finally(lambda: {}[name], main.switch)
-        except KeyError as error:
-            print(name, error, error.__context__)
-
-    main = greenlet.getcurrent()
-    a, b, c = calls = [greenlet.greenlet(run) for _ in range(3)]
-    for call, name in [*zip(calls, "abc"), (b, None), (c, None), (a, None)]:
-        call.switch(name)
 
 
 def gevent_switches_inside_of_calls():
@@ -135,24 +116,13 @@ def a_finalizer_runs_when_the_built_ins_are_gone():
     del sys.last
 
 
-def modules_that_were_replaced_are_let_go_of():
-    """None"""
-    import weakref
-
-    module = type("Module", (types.ModuleType,), {"fspath": str})("os")
-    agent_onboarding.os, replaced = module, weakref.ref(module)
-    agent_onboarding.configure(data_dir="a")
-    del agent_onboarding.os, module
-    print(replaced())
-
-
 PROGRAMS = [value for value in vars().values() if inspect.isfunction(value) and value.__module__ == __name__]
 
 
 @pytest.mark.parametrize("program", PROGRAMS, ids=lambda program: program.__name__)
 def test_any_schedule_ends_well(program, tmp_path):
     source = f"{SETUP}\n{inspect.getsource(program)}\n{program.__name__}()"
-    arguments = [sys.executable, "-c", source, layer_test.__file__.rpartition("layer_test")[0]]
+    arguments = [sys.executable, "-c", source]
     for _ in range(3):
         process = subprocess.run(arguments, capture_output=True, text=True, timeout=60, check=False, cwd=tmp_path)
         assert (process.returncode, process.stdout.split(), process.stderr) == (0, program.__doc__.split(), "")

@@ -64,7 +64,6 @@ def vault_of(m):
 def manage(m):
     manager = m._LocalRuntimeSyncManager("the manifest", runtime_freshness_guard="the guard")
     answers = manager.get_manifest(), manager.acquire(), manager.release(), manager.request_for_sync()
-    assert type(manager).__name__ == "_LocalRuntimeSyncManager"
     return answers, manager.register_era_callback(print), manager.unregister_era_callback("unknown"), vars(manager)
 
 

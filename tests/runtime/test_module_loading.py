@@ -149,11 +149,8 @@ LOADED = [
     Case("interrupted", listed(**{EXTENSION: stops}), load, raises=KeyboardInterrupt),
     Case("without a digest", listed({"sha256": None}, resolve_data_dir=lambda it, ensure: {False: Path(it)}[ensure]),
          lambda m: (load(m), load(m), sys.path[0], sys.path.count(sys.path[0])), (STAMPED, STAMPED, "HERE/data", 1),
-         calls=f"""...  resolve_data_dir('data', ensure=False)  os.path.realpath('data')  _read_manifest('data')
-     _select_runtime_module_manifest_entry(namespace(era_number=None, version=None, files={{'m.so': {UNSIGNED}}}), 'm')
-         os.path.join('data', 'm.so')  os.path.exists({FILE!r})  _sha256_file({FILE!r})
-         validate_synced_runtime_module_contract(module_name='m', relative_path='m.so', file_info={UNSIGNED}, \
-local_path={FILE!r})  {ALIAS}()  {EXTENSION}('m', {FILE!r})"""),
+         calls=f"""...  validate_synced_runtime_module_contract(module_name='m', relative_path='m.so', \
+file_info={UNSIGNED}, local_path={FILE!r})  {ALIAS}()  {EXTENSION}('m', {FILE!r})"""),
     Case("by a guard", given(_load_manifest_runtime_module=lambda *args, **named: (args, named)),
          lambda m: m.create_runtime_freshness_guard("a")._module_loader("m", "x"), (("a", "m"), X)),
     Case("the one in use", extension(None, {STAMP: ABC}, **{PRUNE: None}), load_extension, (True, True, False)),

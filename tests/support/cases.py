@@ -113,8 +113,6 @@ def plain(value):
         return {plain(key): plain(item) for key, item in value.items()}
     if isinstance(value, list | tuple):
         return type(value)(map(plain, value))
-    if isinstance(value, SimpleNamespace):
-        return plain(vars(value))
     if isinstance(value, BaseException):
         attributes = {name: item for name, item in vars(value).items() if not name.startswith("__")}
         return type(value).__name__, plain(value.args), plain(attributes)
@@ -138,12 +136,7 @@ def show_file(path):
 
 
 def open_descriptors():
-    found = set()
-    for descriptor in range(100):
-        with suppress(OSError):
-            os.fstat(descriptor)
-            found.add(descriptor)
-    return found
+    return {descriptor for descriptor in range(100) if os.path.exists(descriptor)}
 
 
 # Everything that a call may change, in sections.

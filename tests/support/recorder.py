@@ -21,13 +21,12 @@ _folders = {}
 
 
 def call_here(directory):
-    _folders.clear()
-    _folders.update({os.path.realpath(directory): "HERE", os.path.expanduser("~"): "HOME"})
+    _folders.update(HERE=os.path.realpath(directory), HOME=os.path.expanduser("~"))
 
 
 # The text without what differs from run to run: directories are HERE and HOME, and there are no addresses.
 def here(text):
-    for folder, name in _folders.items():
+    for name, folder in _folders.items():
         text = text.replace(folder.replace("\\", "\\\\"), name).replace(folder, name)
     text = re.sub(r"(HERE|HOME)[\\/\w.-]*", lambda found: re.sub(r"\\+", "/", found[0]), text)
     return re.sub(r" at 0x\w+|\b(Posix|Windows)(?=Path\()", "", text)
@@ -96,9 +95,7 @@ class Recorder:
         self.calls.append(f"{label}({', '.join([] if label.endswith('__exit__') else shown)})")
 
     def _show(self, value):
-        if type(value) is int and value in self._opened:
-            return "fd"
-        return f"<{len(value)} bytes>" if isinstance(value, bytes) and len(value) > 99 else here(repr(value))
+        return "fd" if type(value) is int and value in self._opened else here(repr(value))
 
 
 class Watched:

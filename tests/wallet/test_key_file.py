@@ -38,8 +38,6 @@ READING = [
          files={PATH: (f" {KEY}\r\n", 0o600)}, calls=f"""_wallet_key_path('data')  {LOOK}  os.getuid()
          os.open('{AT}', O_RDONLY|O_NOFOLLOW)  _check_wallet_fd('{AT}', fd)
          os.fdopen(fd, 'r')  file.read()  file.__exit__()"""),
-    Case("a name of the module is gone", lambda module, patch: vars(module).pop("os"), read,
-         raises=NameError("name 'os' is not defined")),
     Case("nobody can be asked", wallet(getuid=None, O_NOFOLLOW=None, fchmod=None), read, KEY, needs=MODES),
     *(Case(f"a key with mode {mode:o} is private afterwards", wallet(mode=mode), read, KEY,
            files={PATH: (KEY, 0o600)}, needs=MODES) for mode in (0o601, 0o602, 0o604, 0o610, 0o620, 0o640)),
