@@ -7,13 +7,14 @@ import sys
 import threading
 import time
 import types
+import weakref
 
 import pytest
 from sablecrest import agent_onboarding, auth
 
 #: The first watcher comes before the import of the module.
 SETUP = """
-import ctypes, sys, threading, time, types
+import ctypes, sys, threading, time, types, weakref
 callback = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, *[ctypes.c_void_p] * 3)(lambda *_: 0)
 first_watcher = ctypes.pythonapi.PyDict_AddWatcher(callback)
 from sablecrest import agent_onboarding, auth
@@ -94,6 +95,15 @@ def a_name_is_bound_again_at_another_place_of_the_namespace():
         vars(agent_onboarding).pop("_AGENTS_MD_FRAGMENT" if text != "b" else "login")
         agent_onboarding._AGENTS_MD_FRAGMENT = text
         print(agent_onboarding.get_agents_md_fragment())
+
+
+def modules_that_were_replaced_are_let_go_of():
+    """None"""
+    agent_onboarding.os = type("Module", (types.ModuleType,), {"fspath": str})("os")
+    replaced = weakref.ref(agent_onboarding.os)
+    agent_onboarding.configure(data_dir="a")
+    del agent_onboarding.os
+    print(replaced())
 
 
 def the_interpreters_watchers_stay_free():
