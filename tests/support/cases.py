@@ -51,6 +51,7 @@ class Case:
     modules: list = field(default_factory=list)
     # Each (level, format, arguments...).
     log: list = field(default_factory=list)
+    left_open: int = 0
     # Marks of `support.platforms`.
     needs: tuple = ()
 
