@@ -17,9 +17,10 @@ Object in_order(Module m, Value x) {
 Object use(Module, Value x) {
     append(x, x);
     discard(x, x);
-    // NOLINTNEXTLINE(misc-redundant-expression): what the type answers shows which operator was called
+    // NOLINTBEGIN(misc-redundant-expression): what the type answers shows which operator was called
     const Object answers = list{strip(x),        x.get<"name">(),       fstring<"{}">{x}, x + x,  starts_with(x, x),
                                 ends_with(x, x), contains_any<"ab">(x), x == x,           x != x, type_name(x)};
+    // NOLINTEND(misc-redundant-expression)
     for (const Object& item : iterate(x)) append(answers, item);
     return answers;
 }
