@@ -48,7 +48,7 @@ PyObject* default_argument() {
     else if constexpr (text == "True" || text == "False")
         return text == "True" ? Py_True : Py_False;
     else
-        return PyLong_FromLong(small_number(text));
+        return PyLong_FromLong(std::integral_constant<long, small_number(text)>::value);
 }
 
 /// `Function(m, parameters…)`, where the signature has them with `*parts` as a tuple, and with `**kwargs` as a dict or

@@ -33,7 +33,7 @@ constexpr std::string_view trimmed(std::string_view text) {
 }
 
 /// A default that is a number, which has to be one of those that the interpreter never frees.
-consteval long small_number(std::string_view text) {
+constexpr long small_number(std::string_view text) {
     long number = 0;
     for (const char digit : text) {
         if (digit < '0' || digit > '9' || number > 24) throw "a default is None, True, False or a number up to 249";
