@@ -46,8 +46,7 @@ void Module::set(const char* name, const Object& value) const {
 }
 
 Object Module::get(const Name& name) const {
-    PyObject* globals = PyModule_GetDict(module_);  // null once the garbage collector has cleared the module
-    PyObject* value = globals != nullptr ? name.find_in(globals) : nullptr;
+    PyObject* value = name.find_in(PyModule_GetDict(module_));
     if (value == nullptr) value = name.find_in(state().builtins().ptr());
     if (value != nullptr) return Object::steal(value);
     raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{name.get()}, kw<"name">(name.get())});

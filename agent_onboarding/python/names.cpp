@@ -96,6 +96,7 @@ const Object& Name::intern(NameTable& names) const {
 }
 
 PyObject* Name::find_in(PyObject* dict) const {
+    if (dict == nullptr) return nullptr;  // of a module that the garbage collector has cleared
     PyObject* const key = get().ptr();
     PyObject *found = nullptr, *value = nullptr;
     Py_ssize_t position = position_;
