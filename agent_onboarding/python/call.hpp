@@ -32,32 +32,11 @@ template <typename... Arguments>
 inline constexpr std::size_t keyword_count = (std::size_t{0} + ... + (is_keyword<Arguments> ? 1U : 0U));
 
 template <typename Argument>
-consteval std::string_view keyword_text() {
+consteval const Name* keyword_name() {
     if constexpr (is_keyword<Argument>)
-        return Argument::name.view();
+        return &string_name<Argument::name>;
     else
-        return {};
-}
-
-/// "first,second" of the keywords among the arguments.
-template <typename... Arguments>
-consteval auto joined_keywords() {
-    char text[(keyword_text<Arguments>().size() + ...) + keyword_count<Arguments...>]{};
-    char* end = text;
-    for (const std::string_view name : {keyword_text<Arguments>()...}) {
-        if (name.empty()) continue;
-        if (end != text) *end++ = ',';
-        end = std::ranges::copy(name, end).out;
-    }
-    return Literal{text};
-}
-
-template <typename... Arguments>
-consteval const Name* keyword_names() {
-    if constexpr (keyword_count<Arguments...> == 0)
         return nullptr;
-    else
-        return &tuple_name<joined_keywords<Arguments...>()>;
 }
 
 /// The argument as an object that lives as long as the call.
@@ -73,9 +52,11 @@ decltype(auto) as_argument(const T& argument) {
 struct Arguments {
     PyObject** slots;
     std::size_t positional;
-    const Name* keywords;  // null where there are none
+    PyObject* keywords;  // a tuple of names, or null
 };
 
+/// The tuple of `count` names, of those that are not null.
+Object keyword_names(std::initializer_list<const Name*> names, Py_ssize_t count);
 Object call(const Object& callee, Arguments arguments);
 Object call_method(const Object& self, const Name& name, Arguments arguments);
 
@@ -84,7 +65,13 @@ template <typename Body, typename... Given>
 Object with_arguments(Body body, const Given&... given) {
     return [&](const auto&... objects) {
         PyObject* slots[] = {nullptr, nullptr, objects.ptr()...};
-        return body(Arguments{slots, sizeof...(Given) - keyword_count<Given...>, keyword_names<Given...>()});
+        constexpr std::size_t keywords = keyword_count<Given...>;
+        if constexpr (keywords == 0) {
+            return body(Arguments{slots, sizeof...(Given), nullptr});
+        } else {
+            const Object names = keyword_names({keyword_name<Given>()...}, keywords);
+            return body(Arguments{slots, sizeof...(Given) - keywords, names.ptr()});
+        }
     }(as_argument(given)...);
 }
 

@@ -63,16 +63,6 @@ Object interned(std::string_view text) {
     return Object::steal(string);
 }
 
-Object interned_tuple(std::string_view texts) {
-    Object tuple = Object::steal(PyTuple_New(1 + std::count(texts.begin(), texts.end(), ',')));
-    for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(tuple.ptr()); ++i) {
-        const std::size_t length = std::min(texts.find(','), texts.size());
-        PyTuple_SET_ITEM(tuple.ptr(), i, interned(texts.substr(0, length)).release());
-        texts.remove_prefix(std::min(length + 1, texts.size()));
-    }
-    return tuple;
-}
-
 constinit std::atomic<unsigned short> last_slot = 0;
 
 }  // namespace
@@ -91,7 +81,7 @@ unsigned short Name::assign_slot() const {
 
 const Object& Name::intern(NameTable& names) const {
     Object& slot = names[assign_slot()];
-    if (slot.ptr() == nullptr) slot = kind_ == Kind::string ? interned(text()) : interned_tuple(text());
+    if (slot.ptr() == nullptr) slot = interned(text());
     return slot;
 }
 

@@ -45,12 +45,7 @@ private:
 /// relocated when the module is loaded, as many times as there are names.
 class Name {
 public:
-    enum class Kind : unsigned char {
-        string,
-        tuple,  // of strings, written with commas
-    };
-
-    consteval Name(Kind kind, std::size_t size) : size_(static_cast<unsigned short>(size)), kind_(kind) {}
+    consteval explicit Name(std::size_t size) : size_(static_cast<unsigned short>(size)) {}
     Name(const Name&) = delete;
     Name& operator=(const Name&) = delete;
 
@@ -73,30 +68,25 @@ private:
     mutable std::atomic<unsigned short> slot_ = 0;
     mutable std::atomic<unsigned short> position_ = 0;  // for PyDict_Next; 0 before the first look-up
     unsigned short size_;
-    Kind kind_;
 };
 
 namespace detail {
 
-template <Literal L, Name::Kind Of>
+template <Literal L>
 struct NameWithText {
-    consteval NameWithText() : name{Of, L.view().size()}, text{L} {}
+    consteval NameWithText() : name{L.view().size()}, text{L} {}
 
     Name name;
     decltype(L) text;
 };
 
-template <Literal L, Name::Kind Of>
-inline constinit const NameWithText<L, Of> name_with_text;  // NOLINT(modernize-avoid-c-style-cast): there is none
+template <Literal L>
+inline constinit const NameWithText<L> name_with_text;  // NOLINT(modernize-avoid-c-style-cast): there is none
 
 }  // namespace detail
 
 template <Literal L>
-inline constexpr const Name& string_name = detail::name_with_text<L, Name::Kind::string>.name;
-
-/// Keyword names as calls want them: "exist_ok" or "invite_code,register_wallet".
-template <Literal L>
-inline constexpr const Name& tuple_name = detail::name_with_text<L, Name::Kind::tuple>.name;
+inline constexpr const Name& string_name = detail::name_with_text<L>.name;
 
 inline namespace literals {
 /// The interned string of the literal.
