@@ -91,8 +91,14 @@ PyObject* Name::find_in(PyObject* dict) const {
     PyObject *found = nullptr, *value = nullptr;
     Py_ssize_t position = position_;
     if (PyDict_Next(dict, &position, &found, &value) != 0 && found == key) return Py_NewRef(value);
+    return search(dict, key);
+}
+
+PyObject* Name::search(PyObject* dict, PyObject* key) const {
+    PyObject *found = nullptr, *value = nullptr;
+    Py_ssize_t position = 0;
     if (check(compat::find_item(dict, key, &value)) != 0 && position_ == 0)
-        for (position = 0; PyDict_Next(dict, &position, &found, nullptr) != 0 && found != key;)
+        while (PyDict_Next(dict, &position, &found, nullptr) != 0 && found != key)
             position_ = static_cast<unsigned short>(position);
     return value;
 }

@@ -33,7 +33,7 @@ private:
     /// The table of the one interpreter that has imported the module; null while there are several, or none.
     static constinit inline std::atomic<NameTable*> only_ = nullptr;
     static NameTable* find(std::int64_t interpreter) noexcept;
-    static NameTable& find_running() noexcept;
+    [[gnu::cold, gnu::noinline]] static NameTable& find_running() noexcept;
 
     std::int64_t interpreter_;  // its id: an address may come again
     unsigned users_ = 0;
@@ -64,6 +64,7 @@ private:
     [[nodiscard]] std::string_view text() const noexcept { return {reinterpret_cast<const char*>(this + 1), size_}; }
     [[nodiscard]] unsigned short assign_slot() const;
     [[nodiscard]] const Object& intern(NameTable& names) const;
+    [[nodiscard, gnu::noinline]] PyObject* search(PyObject* dict, PyObject* key) const;
 
     mutable std::atomic<unsigned short> slot_ = 0;
     mutable std::atomic<unsigned short> position_ = 0;  // for PyDict_Next; 0 before the first look-up
