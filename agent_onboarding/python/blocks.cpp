@@ -1,7 +1,6 @@
 /// \file The exception being handled, and the look-up of special methods.
 #include "python/blocks.hpp"
 
-#include "python/compat.hpp"
 #include "python/text.hpp"
 
 namespace py {
@@ -60,20 +59,16 @@ std::optional<Object> special_method(const Object& object, const Object& name) {
 
 Object method_of_context_manager(const Object& manager, const Object& name, const char* missed) {
     if (auto method = special_method(manager, name)) return *std::move(method);
-    const Object type = Object::steal(compat::type_name_in_errors(manager.ptr()));
-    PyErr_Format(PyExc_TypeError, "'%U' object does not support the context manager protocol%s", type.ptr(), missed);
+    PyErr_Format(PyExc_TypeError, "'%.200s' object does not support the context manager protocol%s",
+                 Py_TYPE(manager.ptr())->tp_name, missed);
     throw_pending();
 }
 
 }  // namespace
 
 std::pair<Object, Object> detail::context_methods(const Object& manager) {
-    const auto find_exit = [&] {
-        return method_of_context_manager(manager, "__exit__"_s, " (missed __exit__ method)");
-    };
-    Object exit = compat::with_asks_for_exit_first ? find_exit() : none;
-    Object enter = method_of_context_manager(manager, "__enter__"_s, compat::missed_enter);
-    return {std::move(enter), compat::with_asks_for_exit_first ? std::move(exit) : find_exit()};
+    Object enter = method_of_context_manager(manager, "__enter__"_s, "");
+    return {std::move(enter), method_of_context_manager(manager, "__exit__"_s, " (missed __exit__ method)")};
 }
 
 bool detail::swallows(const Object& exit, const Object& exception) {

@@ -31,17 +31,4 @@ inline int find_attribute(PyObject* object, PyObject* name, PyObject** value) no
 #endif
 }
 
-/// Which of its two methods the `with` statement asks for first, and whether it names the other when that is missing.
-inline constexpr bool with_asks_for_exit_first = PY_VERSION_HEX >= 0x030E0000;
-inline constexpr const char* missed_enter = PY_VERSION_HEX >= 0x030E0000 ? " (missed __enter__ method)" : "";
-
-/// A new reference to the name by which the `with` statement calls an object's type, or null with an exception set.
-inline PyObject* type_name_in_errors(PyObject* object) noexcept {
-#if PY_VERSION_HEX >= 0x030E0000
-    return PyType_GetFullyQualifiedName(Py_TYPE(object));
-#else
-    return PyUnicode_FromString(Py_TYPE(object)->tp_name);
-#endif
-}
-
 }  // namespace py::compat
