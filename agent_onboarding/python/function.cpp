@@ -51,7 +51,8 @@ struct Method {
 PyObject* function_of(PyObject* self) noexcept { return reinterpret_cast<Method*>(self)->function.ptr(); }
 
 PyObject* call(PyObject* self, PyObject* const* arguments, std::size_t count, PyObject* keywords) noexcept {
-    return PyObject_Vectorcall(function_of(self), arguments, count, keywords);
+    PyObject* function = function_of(self);
+    return reinterpret_cast<PyCFunctionObject*>(function)->vectorcall(function, arguments, count, keywords);
 }
 
 PyObject* bind(PyObject* self, PyObject* instance, PyObject*) noexcept {
