@@ -144,13 +144,21 @@ Object to_object(Number value) {
     return Object::steal(PyLong_FromLongLong(value));
 }
 
-inline bool truth(const Object& object) { return check(PyObject_IsTrue(object.ptr())) != 0; }
+inline bool truth(const Object& object) {
+    if (object.is_exact_str()) return PyUnicode_GET_LENGTH(object.ptr()) != 0;
+    return check(PyObject_IsTrue(object.ptr())) != 0;
+}
 inline bool is_instance(const Object& object, const Object& type) {
     return check(PyObject_IsInstance(object.ptr(), type.ptr())) != 0;
 }
 inline bool contains(const Object& container, const Object& value) {
     return check(PySequence_Contains(container.ptr(), value.ptr())) != 0;
 }
+
+namespace detail {
+/// `string[index:].startswith(part)` of exact strings
+bool stands_at(Py_ssize_t index, const Object& string, const Object& part) noexcept;
+}  // namespace detail
 
 /// `truth(left OP right)` for the six comparisons (Py_EQ, Py_LT, …).
 inline bool compare(const Object& left, int operation, const Object& right) {
@@ -159,7 +167,7 @@ inline bool compare(const Object& left, int operation, const Object& right) {
 inline bool operator==(const Object& left, const Object& right) {
     if (left.is_exact_str() && right.is_exact_str())
         return left.is(right) || (PyUnicode_GET_LENGTH(left.ptr()) == PyUnicode_GET_LENGTH(right.ptr()) &&
-                                  PyUnicode_Compare(left.ptr(), right.ptr()) == 0);
+                                  detail::stands_at(0, left, right));
     return compare(left, Py_EQ, right);
 }
 inline bool operator!=(const Object& left, const Object& right) {

@@ -1,6 +1,8 @@
 /// \file String operations, with a short way for exact strings.
 #include "python/text.hpp"
 
+#include <cstring>
+
 namespace py {
 
 namespace {
@@ -9,13 +11,20 @@ bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
     return Py_UNICODE_ISSPACE(PyUnicode_READ_CHAR(string, index)) != 0;
 }
 
-enum class Side : signed char { begin = -1, end = 1 };
-
-bool stands_at(Side side, const Object& string, const Object& part) {
-    return check(PyUnicode_Tailmatch(string.ptr(), part.ptr(), 0, PY_SSIZE_T_MAX, static_cast<int>(side))) != 0;
+char* characters_at(PyObject* string, Py_ssize_t index) noexcept {
+    return static_cast<char*>(PyUnicode_DATA(string)) + index * PyUnicode_KIND(string);
 }
 
 }  // namespace
+
+bool detail::stands_at(Py_ssize_t index, const Object& string, const Object& part) noexcept {
+    const Py_ssize_t length = PyUnicode_GET_LENGTH(part.ptr());
+    if (index < 0 || index + length > PyUnicode_GET_LENGTH(string.ptr())) return false;
+    if (PyUnicode_KIND(string.ptr()) != PyUnicode_KIND(part.ptr()))
+        return PyUnicode_Tailmatch(string.ptr(), part.ptr(), index, index + length, -1) > 0;
+    const auto size = static_cast<std::size_t>(length) * PyUnicode_KIND(part.ptr());
+    return std::memcmp(characters_at(string.ptr(), index), PyUnicode_DATA(part.ptr()), size) == 0;
+}
 
 Object detail::join_fragments(std::span<PyObject* const> texts) {
     Py_ssize_t size = 0;
@@ -26,8 +35,14 @@ Object detail::join_fragments(std::span<PyObject* const> texts) {
     }
     Object result = Object::steal(PyUnicode_New(size, highest));
     Py_ssize_t end = 0;
-    for (PyObject* text : texts)
-        end += check(PyUnicode_CopyCharacters(result.ptr(), end, text, 0, PyUnicode_GET_LENGTH(text)));
+    for (PyObject* text : texts) {
+        const Py_ssize_t length = PyUnicode_GET_LENGTH(text);
+        if (PyUnicode_KIND(text) == PyUnicode_KIND(result.ptr()))
+            std::memcpy(characters_at(result.ptr(), end), PyUnicode_DATA(text), length * PyUnicode_KIND(text));
+        else
+            check(PyUnicode_CopyCharacters(result.ptr(), end, text, 0, length));
+        end += length;
+    }
     return result;
 }
 
@@ -42,12 +57,14 @@ Object strip(const Object& object) {
 }
 
 bool starts_with(const Object& object, const Object& prefix) {
-    if (object.is_exact_str() && prefix.is_exact_str()) return stands_at(Side::begin, object, prefix);
+    if (object.is_exact_str() && prefix.is_exact_str()) return detail::stands_at(0, object, prefix);
     return truth(object.call<"startswith">(prefix));
 }
 
 bool ends_with(const Object& object, const Object& suffix) {
-    if (object.is_exact_str() && suffix.is_exact_str()) return stands_at(Side::end, object, suffix);
+    const auto length = [](const Object& string) { return PyUnicode_GET_LENGTH(string.ptr()); };
+    if (object.is_exact_str() && suffix.is_exact_str())
+        return detail::stands_at(length(object) - length(suffix), object, suffix);
     return truth(object.call<"endswith">(suffix));
 }
 
