@@ -18,6 +18,11 @@ std::optional<Object> Object::find_attr(const Object& name) const {
     return Object::steal(value);
 }
 
+Object Object::get(const Object& key) const {
+    if (!is_exact_dict()) return call<"get">(key);
+    return find_item(*this, key).value_or(none);
+}
+
 namespace detail {
 
 namespace {
@@ -38,13 +43,6 @@ Object attribute(const Object& object, const Name& name) {
 std::optional<Object> find_attribute(const Object& object, const Name& name) {
     if (PyObject* value = module_attribute(object, name)) return Object::steal(value);
     return object.find_attr(name.get());
-}
-
-Object mapping_get(const Object& mapping, const Object& key, const Object* otherwise) {
-    if (!mapping.is_exact_dict())
-        return otherwise != nullptr ? mapping.call<"get">(key, *otherwise) : mapping.call<"get">(key);
-    if (auto value = find_item(mapping, key)) return *std::move(value);
-    return otherwise != nullptr ? *otherwise : none;
 }
 
 }  // namespace detail

@@ -9,8 +9,6 @@ namespace detail {
 
 Object attribute(const Object& object, const Name& name);
 std::optional<Object> find_attribute(const Object& object, const Name& name);
-/// `mapping.get(key, otherwise)`, `mapping.get(key)` where `otherwise` is null.
-Object mapping_get(const Object& mapping, const Object& key, const Object* otherwise);
 
 }  // namespace detail
 
@@ -50,16 +48,16 @@ void Object::set_item(const Item& value) const {
     set_item(string_name<L>.get(), to_object(value));
 }
 
-inline Object Object::get(const Object& key) const { return detail::mapping_get(*this, key, nullptr); }
-
 template <Literal L>
 Object Object::get() const {
     return get(string_name<L>.get());
 }
 
-template <Literal L>
-Object Object::get(const Object& otherwise) const {
-    return detail::mapping_get(*this, string_name<L>.get(), &otherwise);
+template <Literal L, typename Default>
+Object Object::get(const Default& otherwise) const {
+    if (!is_exact_dict()) return call<"get">(string_name<L>.get(), otherwise);
+    auto value = find_item(*this, string_name<L>.get());
+    return value.has_value() ? *std::move(value) : to_object(otherwise);
 }
 
 /// `getattr(x, "name", None)`

@@ -22,10 +22,8 @@ struct list : Object {
 
 struct tuple : Object {
     template <typename... Items>
-    explicit tuple(const Items&... items) : Object(Object::steal(PyTuple_New(sizeof...(items)))) {
-        [[maybe_unused]] Py_ssize_t i = 0;  // NOLINT(misc-const-correctness): only an empty tuple leaves it as it is
-        (PyTuple_SET_ITEM(ptr(), i++, Object{to_object(items)}.release()), ...);
-    }
+    explicit tuple(const Items&... items)
+        : Object(Object::steal(PyTuple_Pack(sizeof...(items), to_object(items).ptr()...))) {}
     tuple(const tuple&) = delete;  // `tuple{x}` is never a copy of x
 };
 

@@ -29,9 +29,11 @@ Status check(Status status) {
     return status;
 }
 
-/// `None`
+/// `None`, and a `{}` that is made where it is needed.
 struct None {};
 inline constexpr None none;
+struct EmptyDict {};
+inline constexpr EmptyDict empty_dict;
 
 /// Whether an argument is there already, so that evaluating it has no effect: anything that has a name, and numbers.
 template <typename Argument>
@@ -123,8 +125,8 @@ public:
     [[nodiscard]] Object get(const Object& key) const;
     template <Literal L>
     [[nodiscard]] Object get() const;
-    template <Literal L>
-    [[nodiscard]] Object get(const Object& otherwise) const;
+    template <Literal L, typename Default>
+    [[nodiscard]] Object get(const Default& otherwise) const;
 
 private:
     explicit Object(PyObject* pointer) noexcept : pointer_(pointer) {}
@@ -137,6 +139,7 @@ static_assert(sizeof(Object) == sizeof(PyObject*) && std::is_standard_layout_v<O
 /// Conversion of arguments: an `Object` stays as it is; a pointer to a built-in, a bool and a signed integer become one.
 inline const Object& to_object(const Object& object) noexcept { return object; }
 inline Object to_object(None) noexcept { return none; }
+inline Object to_object(EmptyDict) { return Object::steal(PyDict_New()); }
 inline Object to_object(PyObject* builtin) { return Object::borrow(builtin); }
 inline Object to_object(std::same_as<bool> auto value) { return Object::borrow(value ? Py_True : Py_False); }
 template <std::signed_integral Number>

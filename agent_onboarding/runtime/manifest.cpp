@@ -26,12 +26,13 @@ Object read_manifest(Module m, const Object& data_dir) {
                      kw<"relative_path">("manifest.json"_s)});
     const Object data = read_json(m, path);
     return invoke{m.get<"SimpleNamespace">(), kw<"era_number">(data.get<"era_number">()),
-                  kw<"version">(data.get<"version">()), kw<"files">(data.get<"files">(dict{}))};
+                  kw<"version">(data.get<"version">()), kw<"files">(data.get<"files">(empty_dict))};
 }
 
 Object manifest_files(Module, const Object& manifest) {
     if (manifest.is_none()) return dict{};
-    Object files = manifest.is_dict() ? manifest.get<"files">(dict{}) : manifest.find_attr<"files">().value_or(dict{});
+    Object files =
+        manifest.is_dict() ? manifest.get<"files">(empty_dict) : manifest.find_attr<"files">().value_or(dict{});
     if (!files.is_dict()) return dict{};
     return files;
 }

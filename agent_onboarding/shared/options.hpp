@@ -8,7 +8,7 @@ namespace agent_onboarding {
 /// `_config.get("key")`, `_config.get("key", default)`
 template <py::Literal Key, typename... Default>
 py::Object option(py::Module m, const Default&... otherwise) {
-    return m.get<"_config">().get<Key>(py::to_object(otherwise)...);
+    return m.get<"_config">().get<Key>(otherwise...);
 }
 
 /// `_config["key"] = value`
