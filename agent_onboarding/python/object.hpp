@@ -83,6 +83,7 @@ public:
     [[nodiscard]] bool is_int() const noexcept { return PyLong_Check(pointer_) != 0; }
     /// Exact types, no subclasses: nobody can override their methods, so the interpreter may be asked directly.
     [[nodiscard]] bool is_exact_str() const noexcept { return PyUnicode_CheckExact(pointer_) != 0; }
+    [[nodiscard]] bool is_exact_int() const noexcept { return PyLong_CheckExact(pointer_) != 0; }
     [[nodiscard]] bool is_exact_dict() const noexcept { return PyDict_CheckExact(pointer_) != 0; }
     [[nodiscard]] bool is_exact_list() const noexcept { return PyList_CheckExact(pointer_) != 0; }
 
@@ -166,6 +167,16 @@ bool stands_at(Py_ssize_t index, const Object& string, const Object& part) noexc
 /// `truth(left OP right)` for the six comparisons (Py_EQ, Py_LT, …).
 inline bool compare(const Object& left, int operation, const Object& right) {
     return truth(Object::steal(PyObject_RichCompare(left.ptr(), right.ptr(), operation)));
+}
+/// The value of an exact int, where it fits.
+inline std::optional<long long> small_int(const Object& object) {
+    int overflow = 1;
+    const long long value = object.is_exact_int() ? PyLong_AsLongLongAndOverflow(object.ptr(), &overflow) : 0;
+    return overflow == 0 ? std::optional{value} : std::nullopt;
+}
+inline bool operator<=(const Object& left, long long right) {
+    const auto number = small_int(left);
+    return number.has_value() ? *number <= right : compare(left, Py_LE, to_object(right));
 }
 inline bool operator==(const Object& left, const Object& right) {
     if (left.is_exact_str() && right.is_exact_str())

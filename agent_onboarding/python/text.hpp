@@ -60,6 +60,10 @@ private:
     }
 };
 
+/// A `bytes` object, and a string of UTF-8.
+inline Object bytes(std::string_view content) {
+    return Object::steal(PyBytes_FromStringAndSize(content.data(), static_cast<Py_ssize_t>(content.size())));
+}
 inline Object from_utf8(const char* text) { return Object::steal(PyUnicode_FromString(text)); }
 
 /// `"a" in text or "b" in text or …`

@@ -90,7 +90,7 @@ Object checked_named_universe(const Object& value) {
 }
 
 Object checked_market_id(const Object& value) {
-    if (compare(value, Py_LE, to_object(0))) raise(PyExc_ValueError, "market_id must be a positive integer."_s);
+    if (value <= 0) raise(PyExc_ValueError, "market_id must be a positive integer."_s);
     return value;
 }
 

@@ -42,7 +42,7 @@ Object configured_market_id(Module m) {
 }
 
 void require_positive_market_id(Module m) {
-    if (compare(configured_market_id(m), Py_LE, to_object(0)))
+    if (configured_market_id(m) <= 0)
         raise(PyExc_ValueError, "Runtime bootstrap requires an explicit positive market_id. Set 'market_id' to a "
                                 "positive integer in ~/.sablecrest/settings.yaml (run `sablecrest init` to add the "
                                 "field)."_s);
