@@ -15,6 +15,10 @@ char* characters_at(PyObject* string, Py_ssize_t index) noexcept {
     return static_cast<char*>(PyUnicode_DATA(string)) + index * PyUnicode_KIND(string);
 }
 
+std::size_t size_in_bytes(PyObject* string) noexcept {
+    return static_cast<std::size_t>(PyUnicode_GET_LENGTH(string)) * PyUnicode_KIND(string);
+}
+
 }  // namespace
 
 bool detail::stands_at(Py_ssize_t index, const Object& string, const Object& part) noexcept {
@@ -22,8 +26,7 @@ bool detail::stands_at(Py_ssize_t index, const Object& string, const Object& par
     if (index < 0 || index + length > PyUnicode_GET_LENGTH(string.ptr())) return false;
     if (PyUnicode_KIND(string.ptr()) != PyUnicode_KIND(part.ptr()))
         return PyUnicode_Tailmatch(string.ptr(), part.ptr(), index, index + length, -1) > 0;
-    const auto size = static_cast<std::size_t>(length) * PyUnicode_KIND(part.ptr());
-    return std::memcmp(characters_at(string.ptr(), index), PyUnicode_DATA(part.ptr()), size) == 0;
+    return std::memcmp(characters_at(string.ptr(), index), PyUnicode_DATA(part.ptr()), size_in_bytes(part.ptr())) == 0;
 }
 
 Object detail::join_fragments(std::span<PyObject* const> texts) {
@@ -36,12 +39,11 @@ Object detail::join_fragments(std::span<PyObject* const> texts) {
     Object result = Object::steal(PyUnicode_New(size, highest));
     Py_ssize_t end = 0;
     for (PyObject* text : texts) {
-        const Py_ssize_t length = PyUnicode_GET_LENGTH(text);
         if (PyUnicode_KIND(text) == PyUnicode_KIND(result.ptr()))
-            std::memcpy(characters_at(result.ptr(), end), PyUnicode_DATA(text), length * PyUnicode_KIND(text));
+            std::memcpy(characters_at(result.ptr(), end), PyUnicode_DATA(text), size_in_bytes(text));
         else
-            check(PyUnicode_CopyCharacters(result.ptr(), end, text, 0, length));
-        end += length;
+            check(PyUnicode_CopyCharacters(result.ptr(), end, text, 0, PyUnicode_GET_LENGTH(text)));
+        end += PyUnicode_GET_LENGTH(text);
     }
     return result;
 }
@@ -62,9 +64,8 @@ bool starts_with(const Object& object, const Object& prefix) {
 }
 
 bool ends_with(const Object& object, const Object& suffix) {
-    const auto length = [](const Object& string) { return PyUnicode_GET_LENGTH(string.ptr()); };
     if (object.is_exact_str() && suffix.is_exact_str())
-        return detail::stands_at(length(object) - length(suffix), object, suffix);
+        return detail::stands_at(size(object) - size(suffix), object, suffix);
     return truth(object.call<"endswith">(suffix));
 }
 
