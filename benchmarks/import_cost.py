@@ -1,5 +1,5 @@
 """Imports the module that lies in a folder, and prints what that took in this process beyond the imports that it makes
-itself: `python import_cost.py microseconds|kilobytes FOLDER`.
+itself: `python import_cost.py microseconds|private_kilobytes|dirty_kilobytes FOLDER`.
 """
 
 # ruff: noqa: F401
@@ -24,10 +24,19 @@ import sablecrest
 from sablecrest import auth, era_config, errors, runtime_module_freshness, settings, skills, sync
 
 
-def private_kilobytes():
-    """Of the pages that no other process shares, on Linux."""
+def kilobytes(kind):
     with open("/proc/self/smaps_rollup") as lines:
-        return sum(int(line.split()[1]) for line in lines if line.startswith("Private_"))
+        return sum(int(line.split()[1]) for line in lines if line.startswith(kind))
+
+
+def private_kilobytes():
+    """Of the pages that no other process shares now, those of the module's file among them."""
+    return kilobytes("Private_")
+
+
+def dirty_kilobytes():
+    """Of the pages that no other process can share, as they were written to."""
+    return kilobytes("Private_Dirty")
 
 
 def microseconds():
@@ -36,10 +45,10 @@ def microseconds():
 
 
 unit, folder = sys.argv[1:]
-measure = {"microseconds": microseconds, "kilobytes": private_kilobytes}[unit]
+measure = globals()[unit]
 sablecrest.__path__ = [folder]
 gc.collect()
-if measure is private_kilobytes:
+if measure is not microseconds:
     # What earlier imports have freed would hide a part of what this one takes.
     filling = [bytes(size) for size in [*range(0, 480, 16)] * 2000 + [*range(600, 20_000, 400)] * 20]
 measure()  # which takes memory itself when it is first called

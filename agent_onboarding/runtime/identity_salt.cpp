@@ -16,8 +16,9 @@ void require_positive_integer(const Object& value, const Object& name) {
 Object eight_bytes(const Object& value) {
     const auto number = small_int(value);
     if (!number.has_value()) return value.call<"to_bytes">(8, "big"_s);
+    const auto bits = static_cast<unsigned long long>(*number);
     char text[8];
-    for (int i = 0; i < 8; ++i) text[i] = static_cast<char>(*number >> (56 - 8 * i));
+    for (unsigned i = 0; i < sizeof text; ++i) text[i] = static_cast<char>(bits >> (56 - 8 * i));
     return bytes({text, sizeof text});
 }
 
