@@ -23,26 +23,19 @@ Keyword<L, T> kw(T&& value) {
 
 namespace detail {
 
+/// The name of an argument that is a keyword, null of others.
 template <typename T>
-inline constexpr bool is_keyword = false;
+inline constexpr const Name* keyword_name = nullptr;
 template <Literal L, typename T>
-inline constexpr bool is_keyword<Keyword<L, T>> = true;
+inline constexpr const Name* keyword_name<Keyword<L, T>> = &string_name<L>;
 
 template <typename... Arguments>
-inline constexpr std::size_t keyword_count = (std::size_t{0} + ... + (is_keyword<Arguments> ? 1U : 0U));
-
-template <typename Argument>
-consteval const Name* keyword_name() {
-    if constexpr (is_keyword<Argument>)
-        return &string_name<Argument::name>;
-    else
-        return nullptr;
-}
+inline constexpr std::size_t keyword_count = (std::size_t{0} + ... + (keyword_name<Arguments> != nullptr ? 1U : 0U));
 
 /// The argument as an object that lives as long as the call.
 template <typename T>
 decltype(auto) as_argument(const T& argument) {
-    if constexpr (is_keyword<T>)
+    if constexpr (keyword_name<T> != nullptr)
         return to_object(argument.value);
     else
         return to_object(argument);
@@ -69,7 +62,7 @@ Object with_arguments(Body body, const Given&... given) {
         if constexpr (keywords == 0) {
             return body(Arguments{slots, sizeof...(Given), nullptr});
         } else {
-            const Object names = keyword_names({keyword_name<Given>()...}, keywords);
+            const Object names = keyword_names({keyword_name<Given>...}, keywords);
             return body(Arguments{slots, sizeof...(Given) - keywords, names.ptr()});
         }
     }(as_argument(given)...);
