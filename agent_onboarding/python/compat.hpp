@@ -1,7 +1,5 @@
-/// \file The one place that knows which interpreter it is compiled for.
-///
-/// "Missing is a value, error is an exception": CPython 3.13 has calls that tell the two apart, for 3.12 they are
-/// spelled out here with the documented calls of that version.
+/// \file The one place that knows which interpreter it is compiled for. CPython 3.13 has calls that tell missing from
+/// failed, as "missing is a value, error is an exception" asks; for 3.12 they are spelled out with its documented calls.
 #pragma once
 
 #include <Python.h>
