@@ -1,5 +1,5 @@
 /// \file The one place that knows which interpreter it is compiled for. CPython 3.13 has calls that tell missing from
-/// failed, as "missing is a value, error is an exception" asks; for 3.12 they are spelled out with its documented calls.
+/// failed, as "missing is a value, error is an exception" asks; for 3.12 they are spelled out with documented calls.
 #pragma once
 
 #include <Python.h>
