@@ -6,6 +6,7 @@ import re
 import sys
 from functools import cache
 from importlib.machinery import SourceFileLoader
+from itertools import batched
 
 from support.cases import changed, open_descriptors, state
 from support.cases import plain as plain_value
@@ -21,6 +22,7 @@ FAR = 50_000  # more allocations than any operation makes
 LARGE = 1 << 64  # no such integer is taken from those that the interpreter keeps
 ALL = 10_000  # not quite: where the interpreter must allocate to handle an exception, it tries until it can
 CRASH = {("crashed", True)}
+TOGETHER = 50  # attempts of one process, of which those that show something odd are repeated, each in its own
 
 
 def show(result, error=None):
@@ -61,38 +63,46 @@ def attempt(module, row, first, stop):
         return seen | {("again", show(result, again))}, FAR + LARGE - left
 
 
-def attempted(module, row, first=FAR, stop=FAR + ALL):
-    """The same in a process of its own."""
+def attempted(module, row, spans=((FAR, FAR + ALL),)):
+    """The same for each span of allocations that fail, one after the other in a process of their own."""
 
     def body():
         sys.stderr = None  # which CPython tells what it has no memory for
         attempt(module, row, FAR, FAR + ALL)  # The interpreter's first time makes allocations of its own.
-        return attempt(module, row, first, stop)
+        return [attempt(module, row, *span) for span in spans]
 
     answer = in_child(body)
-    return ({("crashed", answer < 0)}, 0) if isinstance(answer, int) else answer
+    return [({("crashed", answer < 0)}, 0)] * len(spans) if isinstance(answer, int) else answer
 
 
-def oddities(module, row, most=None):
-    """Each attempt, and a function that tells what it shows other than expected."""
-    clean, allocations = attempted(module, row)
+def planned(module, row, most=None):
+    """What may be seen, and the spans: each allocation alone and with all that follow, in an order spread over all."""
+    ((clean, allocations),) = attempted(module, row)
     expected = clean | {("outcome", "MemoryError"), *(("again", what) for kind, what in clean if kind == "outcome")}
-    for n in sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]:  # spread over all
-        for stop, what in ((n + 1, "alone"), (n + ALL, "and all after")):
-            yield f"allocation {n} {what}", lambda n=n, stop=stop: attempted(module, row, n, stop)[0] - expected
+    numbers = sorted(range(allocations), key=lambda n: f"{n:016b}"[::-1])[:most]
+    return expected, [(n, stop) for n in numbers for stop in (n + 1, n + ALL)]
+
+
+def oddities(module, row, expected, *spans):
+    """What is seen of each span that may not be."""
+    return [seen - expected for seen, _ in attempted(module, row, spans)]
 
 
 def walk(row, most):
     """How many attempts there were, and those that nothing explains that plain Python shows."""
-    tried = [(what, look, look()) for what, look in oddities(native, row, most)]
-    odd, in_plain = [each for each in tried if each[2]], set()
-    for _, look in oddities(plain, row) if odd else ():
-        in_plain |= look()
-        if not (odd := [each for each in odd if not each[2] <= in_plain]):
-            break
+    (expected, spans), odd, in_plain = planned(native, row, most), {}, set()
+    for some in batched(spans, TOGETHER):
+        suspects = [span for span, shown in zip(some, oddities(native, row, expected, *some), strict=True) if shown]
+        odd |= {span: shown for span in suspects for shown in oddities(native, row, expected, span) if shown}
+    expected_there, spans_there = planned(plain, row) if odd else (None, [])
+    while odd and spans_there:
+        in_plain.update(*oddities(plain, row, expected_there, spans_there.pop(0)))
+        odd = {span: shown for span, shown in odd.items() if not shown <= in_plain}
     # An interpreter that spoils its memory shows something else each time, after a crash perhaps nothing.
-    lasting = [each for each in odd if not any((each[1]() or each[2] - CRASH) <= in_plain for _ in range(20))]
-    return len(tried), {what: shown for what, _, shown in lasting}
+    for _ in range(20):
+        now = [(span, shown, oddities(native, row, expected, span)[0]) for span, shown in odd.items()]
+        odd = {span: shown for span, shown, again in now if not (again or shown - CRASH) <= in_plain}
+    return len(spans), odd.items()
 
 
 def main():
@@ -103,7 +113,7 @@ def main():
     names = [*OPERATIONS][:: 6 if SHORT else 1]
     for name in names:
         tried, unexplained = walk(OPERATIONS[name], 4 if SHORT else None)
-        print(f"{name}: {tried} attempts", *unexplained.items(), sep="\n    ", flush=True)
+        print(f"{name}: {tried} attempts", *unexplained, sep="\n    ", flush=True)
         attempts, findings = attempts + tried, findings + len(unexplained)
     print(f"{len(names)} operations, {attempts} attempts, {findings} findings")
     return findings

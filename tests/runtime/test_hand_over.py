@@ -80,9 +80,7 @@ AGAIN = {"log": [("WARNING", "Failed to inject existing runtime into search_temp
 first, second = ValueError("a"), TypeError("b")
 first.__context__, first.diagnostic_detail, second.diagnostic_detail = KeyError("not explicit"), 0, ["x"]
 CHAINS = {
-    "RuntimeError: é; caused by OSError: ✓é; caused by ValueError": chained(
-        RuntimeError(" é\n"), OSError("✓é"), ValueError(" ")
-    ),
+    "OSError: é; caused by ValueError; caused by OSError: ✓": chained(OSError(" é\n"), ValueError(" "), OSError("✓")),
     "OSError: a; caused by OSError: b; caused by OSError: c; caused by OSError: d": chained(*map(OSError, "abbacde")),
     "ValueError: a; caused by TypeError: b; diagnostic: ['x']": chained(first, second, first),
 }
