@@ -12,27 +12,31 @@ Object import_module(Module m, const Object& name, const Object& from_list) {
 
 namespace {
 
-/// Lets the interpreter execute the statement, which knows where else a missing name may be and words the ImportError.
-Object execute_import(Module m, const Object& package_name, const Object& name) {
-    const Object statement = fstring<"from {} import {}">{package_name, name};
-    const char* source = PyUnicode_AsUTF8(statement.ptr());
-    if (source == nullptr) throw_pending();
-    const Object scope = dict{};
-    scope.set_item<"__builtins__">(m.state().builtins());
-    Object::steal(PyRun_String(source, Py_file_input, scope.ptr(), scope.ptr()));
-    return scope.item(name);
+[[noreturn]] void refuse_import(const Object& package, const Object& package_name, const Object& name) {
+    const Object path = attr_or_none<"__file__">(package);
+    Object source = repr(package_name.is_none() ? "<unknown module name>"_s : package_name);
+    if (!path.is_none() && truth(attr_or_none<"_initializing">(attr_or_none<"__spec__">(package))))
+        source = fstring<"partially initialized module {} (most likely due to a circular import)">{source};
+    const Object& place = path.is_none() ? "unknown location"_s : path;
+    raise(invoke{PyExc_ImportError, fstring<"cannot import name {} from {} ({})">{repr(name), source, place},
+                 kw<"name">(package_name), kw<"path">(path), kw<"name_from">(name)});
 }
 
 }  // namespace
 
-Object imported_name(Module m, const Object& package, const Object& package_name, const Object& name) {
+// Not run as a statement, as CPython's compiler crashes without memory. A submodule is bound when its import has ended.
+Object imported_name(const Object& package, const Object& name) {
     if (auto found = package.find_attr(name)) return *std::move(found);
-    return execute_import(m, package_name, name);
+    const Object package_name = attr_or_none<"__name__">(package);
+    const Object module_name = fstring<"{}.{}">{package_name, name};
+    if (PyObject* module = PyImport_GetModule(module_name.ptr())) return Object::steal(module);
+    if (PyErr_Occurred() != nullptr) throw_pending();
+    refuse_import(package, package_name, name);
 }
 
 Object import_from(Module m, const Object& package_name, const Object& name) {
     const Object package = import_module(m, package_name, tuple{name});
-    return imported_name(m, package, package_name, name);
+    return imported_name(package, name);
 }
 
 }  // namespace py

@@ -1,8 +1,6 @@
 /// \file String operations, with a short way for exact strings.
 #include "python/text.hpp"
 
-#include <cstring>
-
 namespace py {
 
 namespace {
@@ -11,12 +9,9 @@ bool is_space_at(PyObject* string, Py_ssize_t index) noexcept {
     return Py_UNICODE_ISSPACE(PyUnicode_READ_CHAR(string, index)) != 0;
 }
 
-char* characters_at(PyObject* string, Py_ssize_t index) noexcept {
-    return static_cast<char*>(PyUnicode_DATA(string)) + index * PyUnicode_KIND(string);
-}
-
-std::size_t size_in_bytes(PyObject* string) noexcept {
-    return static_cast<std::size_t>(PyUnicode_GET_LENGTH(string)) * PyUnicode_KIND(string);
+std::string_view stored_characters(PyObject* string) noexcept {
+    const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(string)) * PyUnicode_KIND(string);
+    return {static_cast<const char*>(PyUnicode_DATA(string)), size};
 }
 
 }  // namespace
@@ -26,7 +21,8 @@ bool detail::stands_at(Py_ssize_t index, const Object& string, const Object& par
     if (index < 0 || index + length > PyUnicode_GET_LENGTH(string.ptr())) return false;
     if (PyUnicode_KIND(string.ptr()) != PyUnicode_KIND(part.ptr()))
         return PyUnicode_Tailmatch(string.ptr(), part.ptr(), index, index + length, -1) > 0;
-    return std::memcmp(characters_at(string.ptr(), index), PyUnicode_DATA(part.ptr()), size_in_bytes(part.ptr())) == 0;
+    const auto offset = static_cast<std::size_t>(index) * PyUnicode_KIND(part.ptr());
+    return stored_characters(string.ptr()).substr(offset).starts_with(stored_characters(part.ptr()));
 }
 
 Object detail::join_fragments(std::span<PyObject* const> texts) {
@@ -40,7 +36,8 @@ Object detail::join_fragments(std::span<PyObject* const> texts) {
     Py_ssize_t end = 0;
     for (PyObject* text : texts) {
         if (PyUnicode_KIND(text) == PyUnicode_KIND(result.ptr()))
-            std::memcpy(characters_at(result.ptr(), end), PyUnicode_DATA(text), size_in_bytes(text));
+            std::ranges::copy(stored_characters(text),
+                              static_cast<char*>(PyUnicode_DATA(result.ptr())) + end * PyUnicode_KIND(text));
         else
             check(PyUnicode_CopyCharacters(result.ptr(), end, text, 0, PyUnicode_GET_LENGTH(text)));
         end += PyUnicode_GET_LENGTH(text);

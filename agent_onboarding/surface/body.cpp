@@ -27,9 +27,8 @@ void import_standard_modules(Module m) {
 /// `from package import name, …`
 template <Literal Package, Literal... Names>
 void import_names(Module m) {
-    const Object& package_name = string_name<Package>.get();
-    const Object package = import_module(m, package_name, tuple{string_name<Names>.get()...});
-    (m.set<Names>(imported_name(m, package, package_name, string_name<Names>.get())), ...);
+    const Object package = import_module(m, string_name<Package>.get(), tuple{string_name<Names>.get()...});
+    (m.set<Names>(imported_name(package, string_name<Names>.get())), ...);
 }
 
 void import_siblings(Module m) {
