@@ -1,12 +1,11 @@
 /// \file The one place that knows which interpreter it is compiled for. CPython 3.13 has calls that tell missing from
-/// failed, as "missing is a value, error is an exception" asks; for 3.12 they are spelled out with documented calls.
+/// failed, with 1 and a new reference, 0 and null when missing, -1 with an exception set; 3.12 gets the same ones here.
 #pragma once
 
 #include <Python.h>
 
 namespace py::compat {
 
-/// 1 and a new reference, 0 and null when missing, -1 with an exception set.
 inline int find_item(PyObject* dict, PyObject* key, PyObject** value) noexcept {
 #if PY_VERSION_HEX >= 0x030D0000
     return PyDict_GetItemRef(dict, key, value);
@@ -16,7 +15,6 @@ inline int find_item(PyObject* dict, PyObject* key, PyObject** value) noexcept {
 #endif
 }
 
-/// 1 and a new reference, 0 and null when missing, -1 with an exception set.
 inline int find_attribute(PyObject* object, PyObject* name, PyObject** value) noexcept {
 #if PY_VERSION_HEX >= 0x030D0000
     return PyObject_GetOptionalAttr(object, name, value);
