@@ -15,11 +15,22 @@ namespace {
 /// The attribute, where it is text, as only then the statement uses it.
 template <Literal L>
 Object text_or_none(const Object& package) {
-    Object text = attr_or_none<L>(package);
+    const Object text = attr_or_none<L>(package);
     return text.is_exact_str() ? text : none;
 }
 
-[[noreturn]] void refuse_import(const Object& package, const Object& package_name, const Object& name) {
+}  // namespace
+
+// Not run as a statement, as CPython's compiler crashes without memory.
+Object imported_name(const Object& package, const Object& name) {
+    if (auto found = package.find_attr(name)) return *std::move(found);
+    const Object package_name = text_or_none<"__name__">(package);
+    if (!package_name.is_none()) {
+        const Object module_name = fstring<"{}.{}">{package_name, name};
+        // A submodule is bound to its package when its import has ended.
+        if (PyObject* module = PyImport_GetModule(module_name.ptr())) return Object::steal(module);
+        if (PyErr_Occurred() != nullptr) throw_pending();
+    }
     const Object path = text_or_none<"__file__">(package);
     Object source = repr(package_name.is_none() ? "<unknown module name>"_s : package_name);
     if (!path.is_none() && truth(attr_or_none<"_initializing">(attr_or_none<"__spec__">(package))))
@@ -29,22 +40,8 @@ Object text_or_none(const Object& package) {
                  kw<"name">(package_name), kw<"path">(path), kw<"name_from">(name)});
 }
 
-}  // namespace
-
-// Not run as a statement, as CPython's compiler crashes without memory. A submodule is bound when its import has ended.
-Object imported_name(const Object& package, const Object& name) {
-    if (auto found = package.find_attr(name)) return *std::move(found);
-    const Object package_name = text_or_none<"__name__">(package);
-    if (package_name.is_none()) refuse_import(package, package_name, name);
-    const Object module_name = fstring<"{}.{}">{package_name, name};
-    if (PyObject* module = PyImport_GetModule(module_name.ptr())) return Object::steal(module);
-    if (PyErr_Occurred() != nullptr) throw_pending();
-    refuse_import(package, package_name, name);
-}
-
 Object import_from(Module m, const Object& package_name, const Object& name) {
-    const Object package = import_module(m, package_name, tuple{name});
-    return imported_name(package, name);
+    return imported_name(import_module(m, package_name, tuple{name}), name);
 }
 
 }  // namespace py
