@@ -45,19 +45,11 @@ void Module::set(const char* name, const Object& value) const {
     check(PyDict_SetItemString(globals().ptr(), name, value.ptr()));
 }
 
-namespace {
-
-[[noreturn, gnu::noinline]] void raise_name_error(const Object& name) {
-    raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{name}, kw<"name">(name)});
-}
-
-}  // namespace
-
 Object Module::get(const Name& name) const {
     PyObject* value = name.find_in(PyModule_GetDict(module_));
     if (value == nullptr) value = name.find_in(state().builtins().ptr());
-    if (value == nullptr) raise_name_error(name.get());
-    return Object::steal(value);
+    if (value != nullptr) return Object::steal(value);
+    raise(invoke{PyExc_NameError, fstring<"name '{}' is not defined">{name.get()}, kw<"name">(name.get())});
 }
 
 }  // namespace py
