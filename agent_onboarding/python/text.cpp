@@ -1,6 +1,8 @@
 /// \file String operations, with a short way for exact strings.
 #include "python/text.hpp"
 
+#include <cstring>
+
 namespace py {
 
 namespace {
@@ -21,8 +23,9 @@ bool detail::stands_at(Py_ssize_t index, const Object& string, const Object& par
     if (index < 0 || index + length > PyUnicode_GET_LENGTH(string.ptr())) return false;
     if (PyUnicode_KIND(string.ptr()) != PyUnicode_KIND(part.ptr()))
         return PyUnicode_Tailmatch(string.ptr(), part.ptr(), index, index + length, -1) > 0;
-    const auto offset = static_cast<std::size_t>(index) * PyUnicode_KIND(part.ptr());
-    return stored_characters(string.ptr()).substr(offset).starts_with(stored_characters(part.ptr()));
+    const std::string_view expected = stored_characters(part.ptr());
+    const char* start = stored_characters(string.ptr()).data() + index * PyUnicode_KIND(part.ptr());
+    return std::memcmp(start, expected.data(), expected.size()) == 0;
 }
 
 Object detail::join_fragments(std::span<PyObject* const> texts) {
@@ -36,8 +39,8 @@ Object detail::join_fragments(std::span<PyObject* const> texts) {
     Py_ssize_t end = 0;
     for (PyObject* text : texts) {
         if (PyUnicode_KIND(text) == PyUnicode_KIND(result.ptr()))
-            std::ranges::copy(stored_characters(text),
-                              static_cast<char*>(PyUnicode_DATA(result.ptr())) + end * PyUnicode_KIND(text));
+            stored_characters(text).copy(static_cast<char*>(PyUnicode_DATA(result.ptr())) + end * PyUnicode_KIND(text),
+                                         std::string_view::npos);
         else
             check(PyUnicode_CopyCharacters(result.ptr(), end, text, 0, PyUnicode_GET_LENGTH(text)));
         end += PyUnicode_GET_LENGTH(text);
