@@ -34,9 +34,10 @@ inline constexpr std::size_t placeholder_offset = [] {
 
 /// The text before the I-th "{}" and behind the one before it.
 template <Literal L, std::size_t I>
-inline constexpr auto fragment = part < L,
-                      I == 0 ? 0 : placeholder_offset < L, I == 0 ? 0 : I - 1 > +2, placeholder_offset < L, I >>
-    ;
+consteval auto fragment() {
+    constexpr std::size_t begin = I == 0 ? 0 : placeholder_offset<L, I - 1> + 2;
+    return part<L, begin, placeholder_offset<L, I>>;
+}
 
 Object join_fragments(std::span<PyObject* const> texts);
 
@@ -53,9 +54,9 @@ private:
     template <std::size_t N, std::size_t... I>
     static Object formatted(std::index_sequence<I...>, const Object (&texts)[N]) {
         PyObject* fragments[2 * N + 1];
-        ((fragments[2 * I] = string_name<detail::fragment<L, I>>.get().ptr(), fragments[2 * I + 1] = texts[I].ptr()),
+        ((fragments[2 * I] = string_name<detail::fragment<L, I>()>.get().ptr(), fragments[2 * I + 1] = texts[I].ptr()),
          ...);
-        fragments[2 * N] = string_name<detail::fragment<L, N>>.get().ptr();
+        fragments[2 * N] = string_name<detail::fragment<L, N>()>.get().ptr();
         return detail::join_fragments(fragments);
     }
 };
