@@ -60,10 +60,8 @@ def main():
     if not os.environ.items() >= UNCACHED.items():
         os.execve(sys.executable, sys.orig_argv, os.environ | UNCACHED)
     found = []
-    for name, group in [
-        ("all of them", [*OPERATIONS.values()] * 2),
-        *((name, [row] * 10) for name, row in OPERATIONS.items()),
-    ]:
+    groups = {"all of them": [*OPERATIONS.values()] * 2} | {name: [row] * 10 for name, row in OPERATIONS.items()}
+    for name, group in groups.items():
         grown = in_child(call_all, group)
         if isinstance(grown, int) or max(grown) > 0:
             found.append(f"{name}: {grown}")

@@ -16,9 +16,8 @@ def test_operations_take_and_return_what_their_types_say(tmp_path: Path, monkeyp
         onboarding.configure(server_url=service.url, data_dir=tmp_path, market_id=7, feature_budget_gb=1.5)
         registration = onboarding.register("WELCOME", tmp_path, "7", settings_path=Path("none"))
         token = onboarding.login(Path("wallet.key").read_text())
-    assert isinstance(assert_type(registration.address, str), str)
-    assert isinstance(assert_type(token.token, str), str)
-    assert isinstance(assert_type(token.expires_at, float), float)
+    seen = assert_type((registration.address, token.token, token.expires_at), tuple[str, str, float])
+    assert [*map(type, seen)] == [str, str, float]
     onboarding.inject_heartbeat(working_dir=tmp_path)
     onboarding.update_nudge("first_signal", found=1)
     with pytest.raises(ValueError, match="expects int"):

@@ -27,8 +27,7 @@ LOGGER = logging.getLogger(NAME)
 
 
 # What a row leaves out did not happen. Paths are shown with HERE for the directory. Exceptions are given as an instance
-# (class, arguments and attributes count) or as a class
-# of it.
+# (class, arguments and attributes count) or as a class of it.
 @dataclass
 class Case:
     name: str
@@ -114,7 +113,7 @@ def plain(value):
     if isinstance(value, list | tuple):
         return type(value)(map(plain, value))
     if isinstance(value, BaseException):
-        attributes = {name: item for name, item in vars(value).items() if not name.startswith("__")}
+        attributes = {name: getattr(value, name, None) for name in (*vars(value), "name", "path") if name[:2] != "__"}
         return type(value).__name__, plain(value.args), plain(attributes)
     return here(value) if isinstance(value, str) else value
 

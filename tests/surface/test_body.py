@@ -104,10 +104,8 @@ def test_misuse_and_a_second_initialisation_are_refused(module, monkeypatch):
 @compiled
 def test_import_fails_without_a_sibling_and_can_be_tried_again():
     script = """if True:
-        import pytest, sys
-        sys.modules["sablecrest.sync"] = None
-        with pytest.raises(ImportError):
-            import sablecrest.agent_onboarding
-        del sys.modules["sablecrest.sync"]
+        import sys; sys.modules["sablecrest.sync"] = None
+        try: import sablecrest.agent_onboarding; sys.exit("imported")
+        except ImportError: del sys.modules["sablecrest.sync"]
         import sablecrest.agent_onboarding"""
     subprocess.run([sys.executable, "-c", script], check=True)

@@ -4,7 +4,7 @@ import os
 import sys
 from json import dumps
 from pathlib import Path
-from types import ModuleType
+from types import ModuleType, SimpleNamespace
 from unittest.mock import MagicMock
 
 import sablecrest
@@ -43,12 +43,20 @@ def rotation(**settings):
     return {"data/rotation_settings.json": dumps(settings, indent=2) + "\n"}
 
 
-def without_sibling(module, patch):
-    module._config["data_dir"] = 5  # which would be refused later
-    patch.setitem(sys.modules, "sablecrest", ModuleType("sablecrest"))
-    patch.delitem(sys.modules, "sablecrest._rotation_settings")
+# A package that has these names, but not the sibling; and a data directory that would be refused later.
+def without_sibling(**names):
+    vars(package := ModuleType("p")).update(names)
+    return lambda module, patch: [module._config.update(data_dir=5), patch.setitem(sys.modules, "sablecrest", package)]
 
 
+CIRCLE = "partially initialized module 'p' (most likely due to a circular import) (f)"
+#: Names of the package that lacks the sibling, what the ImportError says it is, and its `name` and `path`.
+PACKAGES = [
+    ({}, "'p' (unknown location)", "p", None),
+    ({"__file__": "f"}, "'p' (f)", "p", "f"),
+    ({"__file__": "f", "__spec__": SimpleNamespace(_initializing=True)}, CIRCLE, "p", "f"),
+    ({"__name__": 5, "__file__": 5}, "'<unknown module name>' (unknown location)", None, None),
+]
 ROTATION_DEFAULTS = rotation(family="f", market="crypto", named_universes=["default"], rotation_seed=0)
 # fmt: off
 ROWS = [
@@ -67,9 +75,10 @@ ROWS = [
          _rotation_settings.load_rotation_settings('HERE/data', catalog_context={CONTEXT})
          load_rotation_settings.model_dump()  _rotation_settings.write_rotation_settings('HERE/data', \
 {{'market': 'm', 'family': 'f', 'named_universes': ['a'], 'rotation_seed': 3}})"""),
-    Case("the sibling that writes it is missing", without_sibling, configure(family="f"), config={"family": "f"},
-         raises=ImportError("cannot import name '_rotation_settings' from 'sablecrest' (unknown location)")),
-    Case("it is not asked for others", without_sibling, configure(invite_code="c"), config={"invite_code": "c"}),
+    *(Case(f"the sibling that writes it is missing from {text}", without_sibling(**names), configure(family="f"),
+           config={"family": "f"}, raises=ImportError(f"cannot import name '_rotation_settings' from {text}",
+           name=name, path=path)) for names, text, name, path in PACKAGES),
+    Case("it is not asked for others", without_sibling(), configure(invite_code="c"), config={"invite_code": "c"}),
 ]
 # fmt: on
 test_options_are_checked_and_stored_one_by_one = checked(ROWS)
