@@ -85,12 +85,6 @@ inline Object join(const Object& separator, const Object& strings) {
     return Object::steal(PyUnicode_Join(separator.ptr(), strings.ptr()));
 }
 
-/// `x.rpartition(separator)`
-inline Object rpartition(const Object& object, const Object& separator) {
-    if (!object.is_exact_str()) return object.call<"rpartition">(separator);
-    return Object::steal(PyUnicode_RPartition(object.ptr(), separator.ptr()));
-}
-
 /// `x.strip()`, `x.startswith(prefix)`, `x.endswith(suffix)`
 Object strip(const Object& object);
 bool starts_with(const Object& object, const Object& prefix);

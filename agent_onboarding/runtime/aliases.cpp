@@ -22,7 +22,7 @@ Object ensure_package_module(Module m, const Object& name) {
         module = suppress(PyExc_Exception, [&] { return m.call<"importlib.import_module">(name); }).value_or(none);
     if (module.is_none() || !module.find_attr<"__path__">().has_value()) module = new_package(m, name);
 
-    const auto [parent_name, separator, child_name] = unpack<3>(rpartition(name, "."_s));
+    const auto [parent_name, separator, child_name] = unpack<3>(name.call<"rpartition">("."_s));
     if (truth(parent_name)) {
         const Object parent = m.get<"sys.modules">().get(parent_name);
         if (!parent.is_none()) parent.set_attr(child_name, module);
