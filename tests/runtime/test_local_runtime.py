@@ -63,7 +63,7 @@ def vault_of(m):
 
 def manage(m):
     manager = m._LocalRuntimeSyncManager("the manifest", runtime_freshness_guard="the guard")
-    answers = manager.get_manifest(), manager.acquire(), manager.release(), manager.request_for_sync()
+    answers = manager.get_manifest(), type(manager).acquire("any self"), manager.release(), manager.request_for_sync()
     return answers, manager.register_era_callback(print), manager.unregister_era_callback("unknown"), vars(manager)
 
 

@@ -6,6 +6,7 @@ import pickle
 import re
 import subprocess
 import sys
+from dataclasses import dataclass
 
 import pytest
 from support.subject import NAME, SIBLINGS
@@ -27,11 +28,11 @@ WRITE_WALLET_KEY = """Write private key to wallet.key with 0600 permissions.
 #: What is called, and the words of its TypeError behind the function's name.
 MISUSE = {
     "get_agents_md_fragment(1)": "takes exactly 0 positional arguments (1 given)",
-    "_normalize_key()": "takes exactly 1 positional argument (0 given)",
     "login()": "takes at least 1 positional argument (0 given)",
     "register(1, 2, 3, 4, 5, 6)": "takes at most 5 positional arguments (6 given)",
     "login('', private_key='')": "got multiple values for keyword argument 'private_key'",
     "_legacy_src_module_name(é=1)": "got an unexpected keyword argument 'é'",
+    "_LocalRuntimeSyncManager({}).acquire(1)": "takes exactly 1 positional argument (2 given)",
 }
 #: Each option with its value at first, in the order of `_config`.
 OPTIONS = {
@@ -54,13 +55,8 @@ def test_names_are_bound_after_what_is_imported_and_functions_know_theirs(module
     bound = [(name, value) for name, value in vars(module).items() if not name.startswith("__")]
     count = len(IMPORTED.split())
     assert [name for name, _ in bound[:count]] == IMPORTED.split()
-    for name, function in bound[count:]:
-        if inspect.isroutine(function):
-            assert (function.__name__, function.__module__) == (name, NAME)
-
-
-PUBLIC = """register login configure ensure_runtime_bootstrapped inject_heartbeat update_nudge get_agents_md_fragment
-    AuthToken WalletRegistration"""
+    known_as = {name: (f.__name__, f.__module__) for name, f in bound[count:] if inspect.isroutine(f)}
+    assert known_as == {name: (name, NAME) for name in known_as}
 
 
 # The check of the reference compares their first lines, where they have one.
@@ -68,7 +64,8 @@ def test_docstrings_are_the_contract(module):
     assert module.__doc__ == "Agent onboarding subcomponent -- register, login, configure, heartbeat."
     assert inspect.cleandoc(module._find_heartbeat.__doc__) == FIND_HEARTBEAT
     assert module._write_wallet_key.__doc__ == WRITE_WALLET_KEY
-    assert [name for name in PUBLIC.split() if not getattr(module, name).__doc__] == []
+    public = [f for name, f in vars(module).items() if name[0] != "_" and getattr(f, "__module__", "") == NAME]
+    assert [f.__name__ for f in public if not f.__doc__] == ["create_runtime_freshness_guard"]
 
 
 def test_options_have_their_values_types_and_order(module):
@@ -82,6 +79,7 @@ def test_options_have_their_values_types_and_order(module):
 def test_records_pickle_and_hide_the_token(module):
     made = [module.WalletRegistration("0xa"), module.AuthToken(token="secret", expires_at=1.5)]
     assert repr(made) == "[WalletRegistration(address='0xa'), AuthToken(token='<redacted>', expires_at=1.5)]"
+    assert repr(dataclass(slots=True)(module.AuthToken)("secret", 1.5)) == repr(made[1])
     assert pickle.loads(pickle.dumps(made)) == made != [made[0], module.AuthToken("secret", 2.5)]
 
 
@@ -93,9 +91,9 @@ def test_misuse_and_a_second_initialisation_are_refused(module, monkeypatch):
     for call, words in MISUSE.items():
         with pytest.raises(TypeError) as refusal:
             eval(call, dict(vars(module)))
-        assert str(refusal.value) == f"{call.partition('(')[0]}() {words}"
+        assert str(refusal.value) == f"{re.findall(r'(\w+)[(]', call)[-1]}() {words}"
+    assert module.create_runtime_freshness_guard("d")._module_loader.__qualname__ == "_load"
     monkeypatch.delitem(sys.modules, NAME)
-    assert "__builtins__" not in vars(module)
     refusal = "Module 'agent_onboarding' has already been imported. Re-initialisation is not supported."
     with pytest.raises(RuntimeError, match=f"^{refusal}$"):
         importlib.import_module(NAME)
