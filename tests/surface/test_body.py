@@ -69,11 +69,10 @@ def test_docstrings_are_the_contract(module):
 
 
 def test_options_have_their_values_types_and_order(module):
-    assert [*module._config.items()] == [*OPTIONS.items()]
+    assert ([*module._config.items()], module._auth_manager) == ([*OPTIONS.items()], None)
     types = [f"{name}: {module._expected_type_name(kind)}" for name, kind in module._VALID_OPTIONS.items()]
     assert types == re.split(r",?\s{2,}|, ", TYPES)
     assert {*re.findall(r"(\w+):", TYPES.partition("\n\n")[2])} == module._ROTATION_SETTING_OPTIONS
-    assert module._auth_manager is None
 
 
 def test_records_pickle_and_hide_the_token(module):
