@@ -16,11 +16,11 @@ else()
 endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  # Most of the code is clean-up that runs only after failures: it need not be aligned. Of -O3 only the inlining of short
-  # functions pays, as those that take and drop references are.
+  # Most of the code is clean-up that runs only after failures: only the beginning of a function is worth aligning. Of -O3
+  # only the inlining of short functions pays, as those that take and drop references are.
   set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
   target_compile_options(compile_options INTERFACE --param=early-inlining-insns=14
-    -fno-align-functions -fno-align-jumps -fno-align-labels -fno-align-loops)
+    -fno-align-jumps -fno-align-labels -fno-align-loops)
 endif()
 
 if(CMAKE_SYSTEM_NAME STREQUAL Linux)
