@@ -8,8 +8,6 @@ namespace py {
 /// `name=value` in a call, made among its arguments, so that what it refers to lives as long.
 template <Literal L, typename T>
 struct Keyword {
-    static constexpr auto name = L;
-
     T&& value;
 };
 
